@@ -1,0 +1,19 @@
+# Warnings and sanitizers shared by every target of the project.
+add_library(frameloom_options INTERFACE)
+target_compile_options(frameloom_options INTERFACE -Wall -Wextra)
+
+if(FRAMELOOM_SANITIZER STREQUAL "address")
+  set(_sanitize_flags -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+elseif(FRAMELOOM_SANITIZER STREQUAL "thread")
+  set(_sanitize_flags -fsanitize=thread -fno-omit-frame-pointer)
+elseif(NOT FRAMELOOM_SANITIZER STREQUAL "")
+  message(FATAL_ERROR "FRAMELOOM_SANITIZER must be empty, 'address' or 'thread'")
+endif()
+if(_sanitize_flags)
+  add_compile_options(${_sanitize_flags})
+  add_link_options(${_sanitize_flags})
+endif()
+
+if(FRAMELOOM_BUILD_FUZZ AND NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  message(FATAL_ERROR "The fuzz targets need Clang (-DCMAKE_CXX_COMPILER=clang++)")
+endif()

@@ -1,0 +1,61 @@
+#include "platform/core/Progress.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using frameloom::platform::Progress;
+
+TEST(Progress, ChildrenContributeTheirPendingUnitsAndHandThemOverWhenFinished) {
+  auto parent = Progress::make(10);
+  auto child = Progress::make(4);
+  parent->addChild(child, 6);
+
+  child->setCompletedUnitCount(2);
+  EXPECT_DOUBLE_EQ(parent->fractionCompleted(), 0.3);
+  EXPECT_EQ(parent->completedUnitCount(), 0);
+
+  child->setCompletedUnitCount(4);
+  EXPECT_EQ(parent->completedUnitCount(), 6);
+  EXPECT_DOUBLE_EQ(parent->fractionCompleted(), 0.6);
+}
+
+TEST(Progress, CancellationReachesChildrenIncludingLateOnes) {
+  auto parent = Progress::make(2);
+  auto early = Progress::make(1);
+  parent->addChild(early, 1);
+  parent->cancel();
+  EXPECT_TRUE(early->isCancelled());
+
+  auto late = Progress::make(1);
+  parent->addChild(late, 1);
+  EXPECT_TRUE(late->isCancelled());
+}
+
+TEST(Progress, ObserverSeesChangesOfDescendants) {
+  auto parent = Progress::make(100);
+  auto child = Progress::make(10);
+  parent->addChild(child, 100);
+  double last = -1;
+  parent->setObserver([&](const Progress& p) { last = p.fractionCompleted(); });
+  child->setCompletedUnitCount(5);
+  EXPECT_DOUBLE_EQ(last, 0.5);
+}
+
+TEST(Progress, WorkerStopsWhenAnotherThreadCancelsTheParent) {
+  auto parent = Progress::make(1);
+  auto child = Progress::make(1'000'000'000);
+  parent->addChild(child, 1);
+  std::thread worker([&] {
+    while (!child->isCancelled()) {
+      child->addCompletedUnitCount(1);
+    }
+  });
+  while (parent->fractionCompleted() == 0.0) {
+    std::this_thread::yield();
+  }
+  parent->cancel();
+  worker.join();
+  EXPECT_TRUE(child->isCancelled());
+  EXPECT_FALSE(child->isFinished());
+}

@@ -1,0 +1,37 @@
+// The frameloom command-line tool: a thin shell over the library's public API.
+//
+// Exit status: 0 on success, 1 on failure with one line "frameloom: <what went wrong>" on
+// standard error, 2 on a usage error with a short usage text.
+
+#include "frameloom/Version.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <iostream>
+
+int main(int argc, char** argv) {
+  CLI::App app{"frameloom: recoloured dotLottie animations and ZIP archives", "frameloom"};
+  app.require_subcommand(1);
+  app.set_version_flag("--version", std::string(FrameloomVersionString)
+                                        .substr(0, std::string(FrameloomVersionString).find('\n')));
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    std::cerr << "frameloom: " << e.what() << "\n" << app.help("", CLI::AppFormatMode::Normal);
+    return 2;
+  } catch (const std::exception& e) {
+    std::fflush(stdout);
+    std::cerr << "frameloom: " << e.what() << "\n";
+    return 1;
+  }
+  return 0;
+}
