@@ -192,7 +192,8 @@ TEST(ArchiveWritingTest, ZippedTreesUnzipToTheSameTreeWithInfoZipAndWithTheLibra
     EXPECT_TRUE(pythonAccepts(archive));
 
     const auto byInfoZip = folder / (name + "-unzip");
-    ASSERT_TRUE(succeeds("TZ=UTC unzip -q " + quoted(archive) + " -d " + quoted(byInfoZip)));
+    ASSERT_TRUE(
+        succeeds("TZ=UTC unzip -q " + shellQuoted(archive) + " -d " + shellQuoted(byInfoZip)));
     EXPECT_EQ(snapshot(byInfoZip), source);
 
     const auto byLibrary = folder / (name + "-library");

@@ -42,8 +42,13 @@ private:
   fs::path path_;
 };
 
-inline std::string quoted(const fs::path& path) {
-  return "'" + path.string() + "'";
+// The text as one shell word.
+inline std::string shellQuoted(const fs::path& path) {
+  std::string word = "'";
+  for (const char c : path.string()) {
+    word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return word + "'";
 }
 
 // Runs a shell command, its output discarded; true when it exits with status 0.
@@ -52,7 +57,7 @@ inline bool succeeds(const std::string& command) {
 }
 
 inline bool infoZipAccepts(const fs::path& archive) {
-  return succeeds("unzip -tq " + quoted(archive));
+  return succeeds("unzip -tq " + shellQuoted(archive));
 }
 
 // The system's Python starts much faster than a version manager's shim in front of it.
@@ -64,7 +69,7 @@ inline bool pythonAccepts(const fs::path& archive) {
   return succeeds(python() +
                   " -c 'import sys, zipfile; "
                   "sys.exit(zipfile.ZipFile(sys.argv[1]).testzip() is not None)' " +
-                  quoted(archive));
+                  shellQuoted(archive));
 }
 
 inline Bytes readFile(const fs::path& path) {
