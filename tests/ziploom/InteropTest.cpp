@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <sstream>
 
 using namespace ziploom;
@@ -153,6 +155,45 @@ protected:
   static inline TemporaryFolder* folder = nullptr;
 };
 
+const char* typeName(EntryType type) {
+  return type == EntryType::directory ? "dir" : type == EntryType::symlink ? "link" : "file";
+}
+
+// `frameloom archive list` and `cat` agree with zipinfo and unzip -p.
+void checkTool(const std::filesystem::path& path) {
+  SCOPED_TRACE(path.filename().string());
+  const std::string tool = FRAMELOOM_TOOL_PATH;
+  std::istringstream listing(run(tool + " archive list " + quoted(path)));
+  const auto expected = zipinfo(path);
+  std::string line;
+  std::size_t index = 0;
+  while (std::getline(listing, line)) {
+    ASSERT_LT(index, expected.size());
+    const auto& listed = expected[index++];
+    std::istringstream fields(line);
+    std::string type, method, crc;
+    std::uint64_t uncompressed = 0, compressed = 0;
+    fields >> type >> method >> uncompressed >> compressed >> crc;
+    std::string name;
+    std::getline(fields, name);
+    EXPECT_EQ(type, typeName(listed.type)) << line;
+    EXPECT_TRUE(method == "stored" || method == "deflate") << line;
+    EXPECT_EQ(uncompressed, listed.uncompressedSize) << line;
+    EXPECT_EQ(compressed, listed.compressedSize) << line;
+    char hex[9];
+    std::snprintf(hex, sizeof hex, "%08x", listed.crc);
+    EXPECT_EQ(crc, hex) << line;
+    name = name.substr(1);
+    if (listed.type == EntryType::file && name == listed.path &&
+        name.find_first_of("[]*?\\") == std::string::npos) {
+      EXPECT_EQ(run(tool + " archive cat " + quoted(path) + " " + testsupport::quoted(name)),
+                run("unzip -p " + quoted(path) + " " + testsupport::quoted(name)))
+          << name;
+    }
+  }
+  EXPECT_EQ(index, expected.size());
+}
+
 } // namespace
 
 TEST_F(Interop, InfoZIPArchivesReadAsUnzipReadsThem) {
@@ -193,4 +234,34 @@ TEST_F(Interop, ExtractedTreesMatchWhatUnzipMakes) {
     EXPECT_EQ(run("cd " + quoted(ours) + " && find . -printf '%p %y %m\\n' | sort"),
               run("cd " + quoted(theirs) + " && find . -printf '%p %y %m\\n' | sort"));
   }
+}
+
+TEST_F(Interop, ToolListsAndCatsAsZipinfoAndUnzipDo) {
+  for (const auto& item : std::filesystem::directory_iterator(folder->path())) {
+    if (item.path().extension() == ".zip") {
+      checkTool(item.path());
+    }
+  }
+  // Real animations, when the shared corpus is there.
+  const char* shared = std::getenv("FRAMELOOM_CORPUS");
+  const std::filesystem::path corpus = shared ? shared : "/work/shared/corpus";
+  if (std::filesystem::is_directory(corpus)) {
+    for (const auto& item : std::filesystem::directory_iterator(corpus)) {
+      if (item.path().extension() == ".lottie") {
+        checkTool(item.path());
+      }
+    }
+  }
+}
+
+TEST_F(Interop, ToolFailuresAreOneLineOnStandardError) {
+  const std::string tool = FRAMELOOM_TOOL_PATH;
+  const auto archive = quoted(*folder / "zip-deflated.zip");
+  EXPECT_EQ(run(tool + " archive cat " + archive + " no-such-entry 2>&1; echo status $?"),
+            "frameloom: " + (*folder / "zip-deflated.zip").string() +
+                ": no entry no-such-entry\nstatus 1\n");
+  const auto notArchive = *folder / "source" / "text.json";
+  EXPECT_EQ(run(tool + " archive list " + quoted(notArchive) + " 2>&1; echo status $?"),
+            "frameloom: " + notArchive.string() +
+                ": not a ZIP archive: no end of central directory record\nstatus 1\n");
 }
