@@ -98,7 +98,7 @@ Bytes emptyEntries(std::uint16_t count) {
   Bytes central;
   const auto append = [](Bytes& bytes, std::uint64_t value, int size) {
     for (int i = 0; i < size; ++i) {
-      bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+      bytes.push_back(i < 8 ? static_cast<std::uint8_t>(value >> (8 * i)) : 0);
     }
   };
   for (std::uint16_t i = 0; i < count; ++i) {
