@@ -4,8 +4,8 @@
 // documents. Recolouring writes into $TMPDIR, which the program points at a scratch folder of
 // its own and removes at the end.
 //
-// Usage: bench_color_replacement [benchmark flags] [FOLDER]   (FOLDER defaults to
-// $FRAMELOOM_CORPUS or /work/shared/corpus; every *.json in it is used)
+// Usage: bench_color_replacement [benchmark flags] [FILE or FOLDER...]   (default: every *.json
+// of $FRAMELOOM_CORPUS, else of /work/shared/corpus)
 
 #include "frameloom/DotLottieFile.h"
 #include "ziploom/Archive.h"
@@ -127,24 +127,34 @@ BENCHMARK(RecolorOneMegabyteLottie)->Unit(benchmark::kMillisecond)->UseRealTime(
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  std::filesystem::path folder = "/work/shared/corpus";
-  if (const char* fromEnvironment = std::getenv("FRAMELOOM_CORPUS")) {
-    folder = fromEnvironment;
+  std::vector<std::filesystem::path> sources;
+  for (int i = 1; i < argc; ++i) {
+    sources.emplace_back(argv[i]);
   }
-  if (argc > 1) {
-    folder = argv[1];
+  if (sources.empty()) {
+    const char* corpus = std::getenv("FRAMELOOM_CORPUS");
+    sources.emplace_back(corpus ? corpus : "/work/shared/corpus");
   }
-  std::error_code error;
-  for (const auto& item : std::filesystem::directory_iterator(folder, error)) {
-    if (item.path().extension() == ".json") {
-      std::ifstream in(item.path(), std::ios::binary);
-      std::ostringstream content;
-      content << in.rdbuf();
-      documents().push_back(content.str());
+  const auto read = [](const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    documents().push_back(content.str());
+  };
+  for (const auto& source : sources) {
+    if (!std::filesystem::is_directory(source)) {
+      read(source);
+      continue;
+    }
+    std::error_code error;
+    for (const auto& item : std::filesystem::directory_iterator(source, error)) {
+      if (item.path().extension() == ".json") {
+        read(item.path());
+      }
     }
   }
   if (documents().empty()) {
-    std::cerr << "bench_color_replacement: no .json documents in " << folder << "\n";
+    std::cerr << "bench_color_replacement: no documents to read\n";
     return 1;
   }
   std::cerr << documents().size() << " documents, " << totalBytes() << " bytes\n";
