@@ -6,7 +6,7 @@
 //                                                    (it throws on some documents, e.g. with nulls)
 //   node lottie_colorify_peer.js FILE...             reads the files into memory, times whole
 //                                                    rounds over them for about two CPU seconds
-//                                                    prints "lottie-colorify <MB/s>"
+//                                                    and prints "lottie-colorify <MB/s>"
 'use strict';
 const fs = require('fs');
 const { colorify } = require('lottie-colorify');
