@@ -93,8 +93,32 @@ public:
   // replacements.
   static std::vector<PaletteColor> palette(std::string text);
 
+  // The palette of the animation JSON that recolor would rewrite in the .lottie at
+  // `dotLottieURL`. Throws as recolor does before it writes anything.
+  static std::vector<PaletteColor> readPalette(const std::filesystem::path& dotLottieURL);
+
+  // Writes a copy of the .lottie at `dotLottieURL` whose animation JSON (the first entry whose
+  // path contains "animations/" and ends in ".json" in any letter case) has its colours replaced
+  // as replaceColors does, and returns its path, "<temporary directory>/modified_<UUID>.lottie".
+  // The archive is unpacked into a work folder "<temporary directory>/<UUID>", the JSON replaced
+  // there, and the folder packed again with every entry stored. Neither the work folder nor the
+  // copy is ever removed here. Pictures and other entries are carried over byte for byte.
+  // Throws DotLottieError (codes 1, 2, 10, 11, 12, 300, 301), the archive layer's and the file
+  // system's errors unchanged, and std::invalid_argument as replaceColors does.
+  static std::filesystem::path recolor(const std::filesystem::path& dotLottieURL,
+                                       std::vector<ColorComponents> colors, int precision);
+
 private:
+  struct AnimationJSON {
+    std::string data;
+    std::string path; // as stored in the archive
+  };
+
   static platform::Size readAnimationSize(const std::filesystem::path& url);
+  static AnimationJSON readAnimationJSON(const std::filesystem::path& url);
+  static std::filesystem::path rebuildArchive(const std::filesystem::path& url,
+                                              const std::string& jsonPath,
+                                              std::string_view jsonData);
 
   platform::Size size_;
 };
