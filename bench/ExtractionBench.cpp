@@ -82,9 +82,8 @@ void ZiploomToMemory(benchmark::State& state) {
   for (auto _ : state) {
     Archive archive(data.archive, Archive::AccessMode::read);
     for (const auto& entry : archive) {
-      const auto checksum = archive.extract(entry, [](ziploom::ByteView chunk) {
-        benchmark::DoNotOptimize(chunk.data());
-      });
+      const auto checksum = archive.extract(
+          entry, [](ziploom::ByteView chunk) { benchmark::DoNotOptimize(chunk.data()); });
       if (checksum != entry.checksum()) {
         state.SkipWithError("CRC-32 mismatch");
       }

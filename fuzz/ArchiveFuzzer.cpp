@@ -8,8 +8,8 @@
 #include <cstdint>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  auto archive = ziploom::Archive::make(ziploom::Bytes(data, data + size),
-                                        ziploom::Archive::AccessMode::read);
+  auto archive =
+      ziploom::Archive::make(ziploom::Bytes(data, data + size), ziploom::Archive::AccessMode::read);
   if (!archive) {
     return 0;
   }

@@ -27,17 +27,6 @@ std::vector<BuiltEntry> threeEntries() {
           {.name = "b/c.json", .data = bytesOf(std::string(5000, 'c')), .deflate = true}};
 }
 
-template <typename Action>
-ArchiveError::Code archiveErrorOf(Action action) {
-  try {
-    action();
-  } catch (const ArchiveError& error) {
-    return error.code();
-  }
-  ADD_FAILURE() << "no ArchiveError";
-  return ArchiveError::Code::invalidEntrySize;
-}
-
 } // namespace
 
 TEST(Archive, EnumeratesInCentralDirectoryOrderFromFilesAndMemory) {

@@ -38,17 +38,6 @@ BuiltEntry symlinkEntry(const std::string& name, const std::string& target) {
   return {.name = name, .data = bytesOf(target), .externalAttributes = 0120777u << 16};
 }
 
-template <typename Action>
-ArchiveError::Code archiveErrorOf(Action action) {
-  try {
-    action();
-  } catch (const ArchiveError& error) {
-    return error.code();
-  }
-  ADD_FAILURE() << "no ArchiveError";
-  return ArchiveError::Code::invalidEntrySize;
-}
-
 } // namespace
 
 TEST(Extraction, StoredAndDeflatedDataArriveInBoundedChunksWithTheirChecksum) {
