@@ -4,9 +4,28 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <thread>
 #include <vector>
 
 using namespace frameloom::platform;
+using namespace std::chrono_literals;
+
+namespace {
+
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// Whether `later - earlier` is a positive whole number of periods.
+bool isWholePeriodsApart(double earlier, double later, double period) {
+  double periods = (later - earlier) / period;
+  return periods > 0.5 && std::abs(periods - std::round(periods)) < 1e-3;
+}
+
+} // namespace
 
 TEST(DisplayLink, ManualTicksRespectPauseAndInvalidation) {
   std::vector<double> ticks;
@@ -23,4 +42,122 @@ TEST(DisplayLink, ManualTicksRespectPauseAndInvalidation) {
   link->invalidate();
   link->fire(4.0);
   EXPECT_EQ(ticks, (std::vector<double>{2.0, 2.5}));
+  EXPECT_FALSE(link->isValid());
+}
+
+TEST(DisplayLink, ManualLinkNeverTicksByItself) {
+  int ticks = 0;
+  auto link = DisplayLink::make([&](DisplayLink&) { ++ticks; }, DisplayLink::Clock::manual);
+  link->addToMainLoop();
+  link->setPaused(false);
+  MainLoop::shared().runFor(50ms);
+  EXPECT_EQ(ticks, 0);
+}
+
+TEST(DisplayLink, RateFollowsThePreferredRateWithinTheRange) {
+  auto link = DisplayLink::make([](DisplayLink&) {}, DisplayLink::Clock::manual);
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 60);
+  link->setPreferredFrameRateRange({5, 30, 30});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 30);
+  link->setPreferredFrameRateRange({5, 30, 120});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 30);
+  link->setPreferredFrameRateRange({20, 30, 10});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 20);
+  link->setPreferredFrameRateRange({0, 24, 0});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 24);
+  link->setPreferredFrameRateRange({0, NAN, -3});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 60);
+}
+
+// Real time: ticks arrive only while unpaused, on the main thread, with timestamps on a grid of
+// whole periods; a slow tick is followed by the next grid point ahead, not by a burst.
+TEST(DisplayLink, TicksOnAFixedGridWithoutBursts) {
+  struct Tick {
+    double timestamp;
+    double finished;
+  };
+  std::vector<Tick> ticks;
+  auto link = DisplayLink::make([&](DisplayLink& link) {
+    EXPECT_TRUE(MainLoop::shared().isMainThread());
+    if (ticks.size() == 3) {
+      std::this_thread::sleep_for(45ms); // several periods late
+    }
+    ticks.push_back({link.timestamp(), now()});
+  });
+  link->setPreferredFrameRateRange({5, 100, 100});
+  link->addToMainLoop();
+  MainLoop::shared().runFor(30ms);
+  EXPECT_TRUE(ticks.empty()) << "a paused link must not tick";
+
+  link->setPaused(false);
+  MainLoop::shared().runFor(250ms);
+  link->setPaused(true);
+  std::size_t count = ticks.size();
+  MainLoop::shared().runFor(30ms);
+  EXPECT_EQ(ticks.size(), count) << "ticks after pausing";
+
+  ASSERT_GE(count, 5u);
+  for (std::size_t i = 1; i < count; ++i) {
+    EXPECT_TRUE(isWholePeriodsApart(ticks[i - 1].timestamp, ticks[i].timestamp, 0.01))
+        << "tick " << i << " is off the grid";
+    EXPECT_GT(ticks[i].timestamp, ticks[i - 1].finished) << "tick " << i << " is a burst";
+  }
+  EXPECT_GE(ticks[4].timestamp - ticks[3].timestamp, 0.04);
+}
+
+TEST(DisplayLink, RateChangesTakeEffectWhileRunning) {
+  std::vector<double> timestamps;
+  auto link = DisplayLink::make([&](DisplayLink& link) { timestamps.push_back(link.timestamp()); });
+  link->setPreferredFrameRateRange({5, 50, 50});
+  link->addToMainLoop();
+  link->setPaused(false);
+  MainLoop::shared().runFor(120ms);
+  std::size_t atFifty = timestamps.size();
+  link->setPreferredFrameRateRange({5, 25, 25});
+  MainLoop::shared().runFor(200ms);
+  link->invalidate();
+
+  ASSERT_GE(atFifty, 2u);
+  ASSERT_GE(timestamps.size(), atFifty + 2);
+  EXPECT_TRUE(isWholePeriodsApart(timestamps[0], timestamps[1], 0.02));
+  EXPECT_TRUE(isWholePeriodsApart(timestamps[atFifty], timestamps[atFifty + 1], 0.04));
+}
+
+TEST(DisplayLink, InvalidatingFromTheTargetStopsItAndReleasesTheTarget) {
+  auto owner = std::make_shared<int>(0);
+  std::weak_ptr<int> watched = owner;
+  auto link = DisplayLink::make([owner = std::move(owner)](DisplayLink& link) {
+    if (++*owner == 3) {
+      link.invalidate();
+    }
+  });
+  link->setPreferredFrameRateRange({5, 200, 200});
+  link->addToMainLoop();
+  link->setPaused(false);
+  MainLoop::shared().runFor(100ms);
+  EXPECT_TRUE(watched.expired()) << "the target is still held";
+  EXPECT_FALSE(link->isValid());
+  link->setPaused(true);
+  link->setPaused(false);
+  MainLoop::shared().runFor(30ms);
+}
+
+TEST(DisplayLink, TargetMayDropTheLastReferenceToItsLink) {
+  int ticks = 0;
+  std::shared_ptr<DisplayLink> link;
+  link = DisplayLink::make([&](DisplayLink&) {
+    ++ticks;
+    link.reset();
+  });
+  link->setPreferredFrameRateRange({5, 200, 200});
+  link->addToMainLoop();
+  link->setPaused(false);
+  MainLoop::shared().runFor(60ms);
+  EXPECT_EQ(ticks, 1);
+
+  auto manual = DisplayLink::make([&](DisplayLink&) { link.reset(); }, DisplayLink::Clock::manual);
+  manual->setPaused(false);
+  link = std::move(manual);
+  link->fire(1.0);
+  EXPECT_FALSE(link);
 }

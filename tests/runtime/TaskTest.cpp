@@ -9,6 +9,7 @@
 #include <atomic>
 #include <future>
 #include <stdexcept>
+#include <thread>
 
 using namespace frameloom::platform;
 
@@ -58,4 +59,27 @@ TEST(Task, ValueRethrowsAndCancellingAFinishedTaskIsHarmless) {
   failing.cancel();
   EXPECT_TRUE(failing.isCancelled());
   EXPECT_THROW(MainLoop::shared().runUntilComplete(failing.value()), std::logic_error);
+}
+
+TEST(Task, FlagIsClearOutsideTasksAndInFreshOnes) {
+  EXPECT_FALSE(isCancelled());
+  auto task = spawn(sharedExecutor(), []() -> asio::awaitable<bool> { co_return isCancelled(); }());
+  EXPECT_FALSE(MainLoop::shared().runUntilComplete(task.value()));
+}
+
+TEST(Task, DetachedFailuresAreDropped) {
+  std::atomic<int> finished{0};
+  for (int i = 0; i < 10; ++i) {
+    spawnDetached(sharedExecutor(), [](std::atomic<int>& finished) -> asio::awaitable<void> {
+      finished.fetch_add(1);
+      throw std::runtime_error("dropped");
+      co_return;
+    }(finished));
+  }
+  // Their failures reach nobody, and the pool's workers carry on.
+  while (finished.load() < 10) {
+    std::this_thread::yield();
+  }
+  auto task = spawn(sharedExecutor(), []() -> asio::awaitable<int> { co_return 1; }());
+  EXPECT_EQ(MainLoop::shared().runUntilComplete(task.value()), 1);
 }
