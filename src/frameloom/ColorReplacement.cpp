@@ -1,0 +1,335 @@
+#include "frameloom/ColorReplacement.h"
+
+#define PCRE2_CODE_UNIT_WIDTH 8
+#include <pcre2.h>
+
+#include <nlohmann/json.hpp>
+
+#include <bit>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace frameloom {
+
+const std::array<const char*, 4> colorPassPatterns = {
+    R"("c"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))",
+    R"("fc"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))",
+    R"("sc"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))",
+    R"("g"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*(\[[^\]]+\]))",
+};
+
+namespace {
+
+struct CodeDeleter {
+  void operator()(pcre2_code* code) const { pcre2_code_free(code); }
+};
+struct MatchDataDeleter {
+  void operator()(pcre2_match_data* data) const { pcre2_match_data_free(data); }
+};
+struct MatchContextDeleter {
+  void operator()(pcre2_match_context* context) const { pcre2_match_context_free(context); }
+};
+
+// A pass pattern, compiled once per process, JIT-compiled where the platform allows, then shared
+// read-only by every thread.
+using PassPattern = std::unique_ptr<pcre2_code, CodeDeleter>;
+
+[[noreturn]] void patternFailure(const char* pattern, int error) {
+  PCRE2_UCHAR message[256];
+  pcre2_get_error_message(error, message, sizeof message);
+  std::fprintf(stderr, "DotLottieFile: fixed colour pattern %s does not compile: %s\n", pattern,
+               reinterpret_cast<const char*>(message));
+  std::abort();
+}
+
+PassPattern compile(const char* pattern) {
+  int error = 0;
+  PCRE2_SIZE errorOffset = 0;
+  // UTF with Unicode properties gives \s and \d their Unicode meanings; invalid UTF-8 in the
+  // subject then simply never matches instead of failing the whole scan. The pattern is anchored
+  // at the start offset because the scan itself finds where a match may begin (collectMatches);
+  // anchoring at compile time rather than per match keeps the JIT in use.
+  pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern), PCRE2_ZERO_TERMINATED,
+                                   PCRE2_UTF | PCRE2_UCP | PCRE2_MATCH_INVALID_UTF | PCRE2_ANCHORED,
+                                   &error, &errorOffset, nullptr);
+  if (code == nullptr) {
+    patternFailure(pattern, error);
+  }
+  pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
+  return PassPattern(code);
+}
+
+const pcre2_code* passPattern(int pass) {
+  static const std::array<PassPattern, 4> patterns = {
+      compile(colorPassPatterns[0]), compile(colorPassPatterns[1]), compile(colorPassPatterns[2]),
+      compile(colorPassPatterns[3])};
+  return patterns[static_cast<std::size_t>(pass)].get();
+}
+
+// Where each pass's matches may start: the positions of its key with its quotes ("c", "fc", "sc"
+// and "g", in pass order), in text order, overlapping ones included.
+using KeyPositions = std::array<std::vector<std::size_t>, 4>;
+
+// Records the key starting at `position` if there is one there.
+inline void addKey(KeyPositions& keys, std::string_view text, std::size_t position) {
+  const char* p = text.data() + position;
+  const std::size_t left = text.size() - position;
+  if (left >= 3 && p[0] == '"' && p[2] == '"') {
+    if (p[1] == 'c') {
+      keys[0].push_back(position);
+    } else if (p[1] == 'g') {
+      keys[3].push_back(position);
+    }
+  } else if (left >= 4 && p[0] == '"' && p[2] == 'c' && p[3] == '"') {
+    if (p[1] == 'f') {
+      keys[1].push_back(position);
+    } else if (p[1] == 's') {
+      keys[2].push_back(position);
+    }
+  }
+}
+
+inline std::uint64_t load(const char* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
+// 0x80 in every byte of `word` that is a quote, 0 elsewhere (exact: no borrow between bytes).
+inline std::uint64_t quoteBytes(std::uint64_t word) {
+  constexpr std::uint64_t low7 = 0x7F7F7F7F7F7F7F7FULL;
+  const std::uint64_t x = word ^ 0x2222222222222222ULL;
+  return ~(((x & low7) + low7) | x | low7);
+}
+
+// Eight bytes at a time: a key can only start at a quote that has another quote two or three
+// bytes further on, and those few places are then looked at one by one.
+KeyPositions findColorKeys(std::string_view text) {
+  KeyPositions keys;
+  const char* const data = text.data();
+  std::size_t i = 0;
+  for (; i + 11 <= text.size(); i += 8) {
+    std::uint64_t candidates = quoteBytes(load(data + i)) &
+                               (quoteBytes(load(data + i + 2)) | quoteBytes(load(data + i + 3)));
+    if constexpr (std::endian::native == std::endian::little) {
+      while (candidates != 0) {
+        addKey(keys, text, i + static_cast<std::size_t>(std::countr_zero(candidates)) / 8);
+        candidates &= candidates - 1;
+      }
+    } else if (candidates != 0) {
+      for (std::size_t k = 0; k < 8; ++k) {
+        addKey(keys, text, i + k);
+      }
+    }
+  }
+  for (; i < text.size(); ++i) {
+    addKey(keys, text, i);
+  }
+  return keys;
+}
+
+struct Range {
+  std::size_t begin;
+  std::size_t end;
+};
+
+// Finds the group-1 ranges of all non-overlapping matches, left to right, as one unanchored scan
+// would. A match can only start at the pattern's key, so only those positions are tried, each
+// with an anchored match. Every match ends with "]", so the subject ends at the last "]": a start
+// that could only fail after running to the end of the text is not tried, which keeps
+// unterminated arrays from making the scan quadratic.
+std::vector<Range> collectMatches(const pcre2_code* pattern, std::string_view text,
+                                  const std::vector<std::size_t>& starts) {
+  std::vector<Range> ranges;
+  const std::size_t lastBracket = text.rfind(']');
+  if (starts.empty() || lastBracket == std::string_view::npos) {
+    return ranges;
+  }
+  const std::size_t subjectEnd = lastBracket + 1;
+
+  std::unique_ptr<pcre2_match_data, MatchDataDeleter> matchData(
+      pcre2_match_data_create_from_pattern(pattern, nullptr));
+  std::unique_ptr<pcre2_match_context, MatchContextDeleter> context(
+      pcre2_match_context_create(nullptr));
+  if (!matchData || !context) {
+    throw std::bad_alloc();
+  }
+  // The scan's cost is linear in the text; the default limits would only cut long documents short.
+  pcre2_set_match_limit(context.get(), UINT32_MAX);
+  pcre2_set_depth_limit(context.get(), UINT32_MAX);
+
+  const auto* subject = reinterpret_cast<PCRE2_SPTR>(text.data());
+  std::size_t position = 0;
+  for (const std::size_t start : starts) {
+    if (start >= subjectEnd) {
+      break;
+    }
+    if (start < position) {
+      continue;
+    }
+    const int rc =
+        pcre2_match(pattern, subject, subjectEnd, start, 0, matchData.get(), context.get());
+    if (rc == PCRE2_ERROR_NOMEMORY) {
+      throw std::bad_alloc();
+    }
+    if (rc <= 0) {
+      continue;
+    }
+    const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(matchData.get());
+    if (rc >= 2 && ovector[2] != PCRE2_UNSET) {
+      ranges.push_back(Range{ovector[2], ovector[3]});
+    }
+    position = ovector[1];
+  }
+  return ranges;
+}
+
+// One replaced array: its range in the pass's input and the length of the text put there.
+struct Edit {
+  Range range;
+  std::size_t length;
+};
+
+// Moves key positions found in a pass's input to where they stand in its output. A replaced
+// range holds only an array of numbers, never a quote, so no key lies inside one.
+void shiftPositions(std::vector<std::size_t>& positions, const std::vector<Edit>& edits) {
+  std::size_t next = 0;
+  std::ptrdiff_t shift = 0;
+  for (std::size_t& position : positions) {
+    while (next < edits.size() && edits[next].range.end <= position) {
+      shift += static_cast<std::ptrdiff_t>(edits[next].length) -
+               static_cast<std::ptrdiff_t>(edits[next].range.end - edits[next].range.begin);
+      ++next;
+    }
+    position = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(position) + shift);
+  }
+}
+
+using Rewrite = std::optional<std::string> (*)(std::string_view array, ColorMap& map,
+                                               int precision);
+
+// Runs one pass: collects its matches on `text`, then copies `text` with each readable colour
+// array swapped for its rewrite. Returns the edits made, in text order.
+std::vector<Edit> runPass(std::string& text, int pass, const std::vector<std::size_t>& starts,
+                          Rewrite rewrite, ColorMap& map, int precision,
+                          const ColorEditObserver& observer) {
+  std::vector<Edit> edits;
+  const std::vector<Range> ranges = collectMatches(passPattern(pass), text, starts);
+  if (ranges.empty()) {
+    return edits;
+  }
+  std::string result;
+  std::size_t copied = 0;
+  for (const Range& range : ranges) {
+    std::optional<std::string> replacement = rewrite(
+        std::string_view(text).substr(range.begin, range.end - range.begin), map, precision);
+    if (!replacement) {
+      continue;
+    }
+    if (observer) {
+      observer(pass, range.begin, range.end, *replacement);
+    }
+    if (edits.empty()) {
+      result.reserve(text.size() + text.size() / 8);
+    }
+    result.append(text, copied, range.begin - copied);
+    result += *replacement;
+    copied = range.end;
+    edits.push_back(Edit{range, replacement->size()});
+  }
+  if (!edits.empty()) {
+    result.append(text, copied, std::string::npos);
+    text = std::move(result);
+  }
+  return edits;
+}
+
+nlohmann::json parseArray(std::string_view array) {
+  nlohmann::json parsed = nlohmann::json::parse(array, nullptr, false);
+  return parsed.is_array() ? parsed : nlohmann::json();
+}
+
+// A solid or text colour: an array of three or four numbers becomes the replacement colour,
+// every component written with `precision` decimals.
+std::optional<std::string> rewriteSolid(std::string_view array, ColorMap& map, int precision) {
+  const nlohmann::json parsed = parseArray(array);
+  if (!parsed.is_array()) {
+    return std::nullopt;
+  }
+  std::vector<double> source;
+  source.reserve(parsed.size());
+  for (const auto& element : parsed) {
+    if (!element.is_number()) {
+      return std::nullopt;
+    }
+    source.push_back(element.get<double>());
+  }
+  if (source.size() < 3) {
+    return std::nullopt;
+  }
+  const ColorComponents& replacement = map.replacementColor(source);
+  return "[" + formatComponents(replacement, precision) + "]";
+}
+
+// A gradient: the array is walked as stops of an offset followed by red, green, blue and, when
+// the next element is a number no greater than 1.0001, an alpha. The offset is never touched;
+// opacity stops that follow the colour stops are walked the same way, since nothing in the array
+// tells them apart. The array is written back compactly even when no stop changed.
+std::optional<std::string> rewriteGradient(std::string_view array, ColorMap& map, int) {
+  nlohmann::json parsed = parseArray(array);
+  if (!parsed.is_array()) {
+    return std::nullopt;
+  }
+  const std::size_t count = parsed.size();
+  std::size_t i = 0;
+  while (i + 3 < count) {
+    const bool hasAlpha =
+        i + 4 < count && parsed[i + 4].is_number() && parsed[i + 4].get<double>() <= 1.0001;
+    if (parsed[i + 1].is_number() && parsed[i + 2].is_number() && parsed[i + 3].is_number()) {
+      const double source[4] = {parsed[i + 1].get<double>(), parsed[i + 2].get<double>(),
+                                parsed[i + 3].get<double>(),
+                                hasAlpha ? parsed[i + 4].get<double>() : 1.0};
+      const ColorComponents& replacement = map.replacementColor(source);
+      parsed[i + 1] = replacement[0];
+      parsed[i + 2] = replacement[1];
+      parsed[i + 3] = replacement[2];
+      if (hasAlpha) {
+        parsed[i + 4] = replacement[3];
+      }
+    }
+    i += hasAlpha ? 5 : 4;
+  }
+  try {
+    return parsed.dump();
+  } catch (const nlohmann::json::exception& error) {
+    // The array was parsed from valid UTF-8 a moment ago, so writing it back cannot fail.
+    std::fprintf(stderr, "DotLottieFile: a parsed gradient array cannot be written: %s\n",
+                 error.what());
+    std::abort();
+  }
+}
+
+} // namespace
+
+std::string rewriteColors(std::string text, ColorMap& map, int precision,
+                          const ColorEditObserver& observer) {
+  // The keys are found once; each pass's edits then move the later passes' keys.
+  KeyPositions keys = findColorKeys(text);
+  for (int pass = 0; pass < 4; ++pass) {
+    const std::vector<Edit> edits =
+        runPass(text, pass, keys[static_cast<std::size_t>(pass)],
+                pass == 3 ? rewriteGradient : rewriteSolid, map, precision, observer);
+    for (int later = pass + 1; later < 4 && !edits.empty(); ++later) {
+      shiftPositions(keys[static_cast<std::size_t>(later)], edits);
+    }
+  }
+  return text;
+}
+
+} // namespace frameloom
