@@ -32,12 +32,11 @@ std::optional<Bytes> additionalData(const AdditionalDataProvider& provider, std:
   }
 }
 
-// A 32-bit field holding the ZIP64 marker takes its value from the ZIP64 block. The block holds
-// a value exactly for the marked fields, and that value counts even when it is 0: an empty entry
-// or an entry at offset 0 written by a tool that always uses ZIP64 fields.
-std::uint64_t resolve(const ZIP64ExtendedInformation* extra,
+// A ZIP64 value replaces the 32-bit field only when it is greater than 0; a 0 in the block
+// leaves the field as it is.
+std::uint64_t resolve(bool zip64, const ZIP64ExtendedInformation* extra,
                       std::uint64_t ZIP64ExtendedInformation::*value, std::uint32_t narrow) {
-  if (extra && narrow == zip64Marker32) {
+  if (zip64 && extra && extra->*value > 0) {
     return extra->*value;
   }
   return narrow;
@@ -214,15 +213,18 @@ bool CentralDirectoryStructure::isZIP64Format() const {
 }
 
 std::uint64_t CentralDirectoryStructure::resolvedUncompressedSize() const {
-  return resolve(zip64Extra(), &ZIP64ExtendedInformation::uncompressedSize, uncompressedSize);
+  return resolve(isZIP64Format(), zip64Extra(), &ZIP64ExtendedInformation::uncompressedSize,
+                 uncompressedSize);
 }
 
 std::uint64_t CentralDirectoryStructure::resolvedCompressedSize() const {
-  return resolve(zip64Extra(), &ZIP64ExtendedInformation::compressedSize, compressedSize);
+  return resolve(isZIP64Format(), zip64Extra(), &ZIP64ExtendedInformation::compressedSize,
+                 compressedSize);
 }
 
 std::uint64_t CentralDirectoryStructure::resolvedLocalHeaderOffset() const {
-  return resolve(zip64Extra(), &ZIP64ExtendedInformation::relativeOffsetOfLocalHeader,
+  return resolve(isZIP64Format(), zip64Extra(),
+                 &ZIP64ExtendedInformation::relativeOffsetOfLocalHeader,
                  relativeOffsetOfLocalHeader);
 }
 

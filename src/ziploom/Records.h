@@ -117,7 +117,7 @@ struct CentralDirectoryStructure {
     return generalPurposeBitFlag & GeneralPurposeFlags::dataDescriptor;
   }
   bool hasUTF8Path() const { return generalPurposeBitFlag & GeneralPurposeFlags::utf8Path; }
-  // The 32-bit values, or the ZIP64 block's values for the fields that hold the ZIP64 marker.
+  // The 32-bit values, replaced by the ZIP64 block's values where those are greater than 0.
   std::uint64_t resolvedUncompressedSize() const;
   std::uint64_t resolvedCompressedSize() const;
   std::uint64_t resolvedLocalHeaderOffset() const;

