@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# Regenerates the seed corpus of archive_fuzzer: small archives made with zip and Python's
-# zipfile, covering stored and deflated entries, folders, links, data descriptors, ZIP64 records,
-# code page 437 and UTF-8 names and a comment.
+# Regenerates the seed corpus of archive_fuzzer: small archives made with Ziploom itself (through
+# the frameloom tool, when it is built in build/), with zip and with Python's zipfile, covering
+# stored and deflated entries, folders, links, data descriptors, ZIP64 records, code page 437 and
+# UTF-8 names and a comment.
 set -euo pipefail
 cd "$(dirname "$0")"
 out=$PWD/corpus/archive
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+rm -f "$out"/*.zip
 mkdir -p "$out" "$work/src/animations" "$work/src/images"
 printf '{"v":"5.7.1","w":512,"h":256,"layers":[{"c":{"k":[1,0.5,0,1]}}]}' > "$work/src/animations/data.json"
 printf '{"animations":[{"id":"data"}]}' > "$work/src/manifest.json"
@@ -16,7 +18,12 @@ ln -s animations/data.json "$work/src/link"
 (cd "$work/src" && zip -qry0 "$out/stored.zip" . && zip -qry "$out/deflated.zip" . &&
   zip -qr - animations manifest.json | cat > "$out/streamed.zip" &&
   cat manifest.json | zip -q "$out/stdin.zip" -)
-python3 "$(dirname "$0")/../tests/ziploom/data/make_python_archives.py" "$work"
+tool=../build/tools/frameloom/frameloom
+if [ -x "$tool" ]; then
+  "$tool" archive zip "$work/src" "$out/frameloom-stored.zip"
+  "$tool" archive zip "$work/src" "$out/frameloom-deflated.zip" --deflate --keep-parent
+fi
+python3 ../tests/ziploom/data/make_python_archives.py "$work"
 for name in py-names.zip py-cp437.zip; do
   cp "$work/$name" "$out/$name"
 done

@@ -8,5 +8,5 @@ scripts/build.sh build -DFRAMELOOM_BUILD_TESTS=OFF
 build/tools/frameloom/frameloom --version
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-zip -qry "$work/ziploom-sources.zip" README.md src/ziploom
+build/tools/frameloom/frameloom archive zip src/ziploom "$work/ziploom-sources.zip" --deflate --keep-parent
 build/tools/frameloom/frameloom archive list "$work/ziploom-sources.zip"
