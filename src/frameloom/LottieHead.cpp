@@ -1,22 +1,19 @@
 #include "frameloom/DotLottieFile.h"
 
-#include <nlohmann/json.hpp>
+#include "platform/core/Text.h"
 
-#include <iconv.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace frameloom {
 namespace {
 
 using DecodingError = DotLottieFile::LottieHead::DecodingError;
-
-struct IconvCloser {
-  void operator()(void* descriptor) const { iconv_close(static_cast<iconv_t>(descriptor)); }
-};
 
 // The encoding of JSON text told by its byte-order mark or, without one, by where the zero bytes
 // of its first (ASCII) characters fall. Nothing for UTF-8.
@@ -55,26 +52,12 @@ std::optional<WideEncoding> wideEncoding(std::span<const std::uint8_t> b) {
 }
 
 std::string toUTF8(std::span<const std::uint8_t> bytes, const WideEncoding& encoding) {
-  std::unique_ptr<void, IconvCloser> descriptor(iconv_open("UTF-8", encoding.name));
-  if (descriptor.get() == reinterpret_cast<void*>(-1)) {
-    descriptor.release();
-    throw DecodingError(DecodingError::Code::notJSON,
-                        std::string("no conversion from ") + encoding.name);
-  }
-  bytes = bytes.subspan(encoding.markLength);
-  // Two UTF-16 bytes become at most three UTF-8 bytes; four UTF-32 bytes at most four.
-  std::string output(bytes.size() * 2 + 4, '\0');
-  auto* in = const_cast<char*>(reinterpret_cast<const char*>(bytes.data()));
-  std::size_t inLeft = bytes.size();
-  char* out = output.data();
-  std::size_t outLeft = output.size();
-  if (iconv(static_cast<iconv_t>(descriptor.get()), &in, &inLeft, &out, &outLeft) ==
-      static_cast<std::size_t>(-1)) {
+  auto text = platform::convertToUTF8(bytes.subspan(encoding.markLength), encoding.name);
+  if (!text) {
     throw DecodingError(DecodingError::Code::notJSON,
                         std::string("the text is not valid ") + encoding.name);
   }
-  output.resize(output.size() - outLeft);
-  return output;
+  return std::move(*text);
 }
 
 // Streams the document, keeping only the numbers of the top-level "w" and "h" and noting

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace frameloom::platform {
 
@@ -55,27 +57,36 @@ bool isValidUTF8(std::span<const std::uint8_t> bytes) {
   return true;
 }
 
-std::string decodeCodePage437(std::span<const std::uint8_t> bytes) {
-  if (isASCII(bytes)) {
-    return std::string(bytes.begin(), bytes.end());
-  }
-  std::unique_ptr<void, IconvCloser> descriptor(iconv_open("UTF-8", "CP437"));
+std::optional<std::string> convertToUTF8(std::span<const std::uint8_t> bytes,
+                                         const char* encoding) {
+  std::unique_ptr<void, IconvCloser> descriptor(iconv_open("UTF-8", encoding));
   if (descriptor.get() == reinterpret_cast<void*>(-1)) {
     descriptor.release();
-    throw std::runtime_error("code page 437 conversion is not available");
+    return std::nullopt;
   }
-  // Each code page 437 byte becomes at most three UTF-8 bytes.
-  std::string output(bytes.size() * 3, '\0');
+  // No character of the encodings in use takes more than three UTF-8 bytes per source byte.
+  std::string output(bytes.size() * 3 + 4, '\0');
   auto* in = const_cast<char*>(reinterpret_cast<const char*>(bytes.data()));
   std::size_t inLeft = bytes.size();
   char* out = output.data();
   std::size_t outLeft = output.size();
   if (iconv(static_cast<iconv_t>(descriptor.get()), &in, &inLeft, &out, &outLeft) ==
       static_cast<std::size_t>(-1)) {
-    throw std::runtime_error("code page 437 conversion failed");
+    return std::nullopt;
   }
   output.resize(output.size() - outLeft);
   return output;
+}
+
+std::string decodeCodePage437(std::span<const std::uint8_t> bytes) {
+  if (isASCII(bytes)) {
+    return std::string(bytes.begin(), bytes.end());
+  }
+  auto text = convertToUTF8(bytes, "CP437");
+  if (!text) {
+    throw std::runtime_error("code page 437 conversion is not available");
+  }
+  return std::move(*text);
 }
 
 std::optional<std::string> decodeText(std::span<const std::uint8_t> bytes, TextEncoding encoding) {

@@ -17,6 +17,10 @@ enum class TextEncoding { utf8, codePage437 };
 // U+10FFFF).
 bool isValidUTF8(std::span<const std::uint8_t> bytes);
 
+// The bytes, in the named iconv encoding, as UTF-8 text; nothing when the encoding is unknown or
+// the bytes are not valid in it.
+std::optional<std::string> convertToUTF8(std::span<const std::uint8_t> bytes, const char* encoding);
+
 // Code page 437 (DOS Latin US) to UTF-8. Every byte maps to one character, so this never fails.
 std::string decodeCodePage437(std::span<const std::uint8_t> bytes);
 
