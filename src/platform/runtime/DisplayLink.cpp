@@ -40,10 +40,6 @@ DisplayLink::DisplayLink(Private, Target target, Clock clock)
     : target_(std::make_shared<Target>(std::move(target))), clock_(clock),
       origin_(std::chrono::steady_clock::now()), timer_(MainLoop::shared().executor()) {}
 
-DisplayLink::~DisplayLink() {
-  timer_.cancel();
-}
-
 void DisplayLink::setPreferredFrameRateRange(FrameRateRange range) {
   range_ = range;
   reschedule();

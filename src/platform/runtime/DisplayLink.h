@@ -40,7 +40,6 @@ public:
   static std::shared_ptr<DisplayLink> make(Target target, Clock clock = Clock::mainLoop);
 
   DisplayLink(Private, Target target, Clock clock);
-  ~DisplayLink();
   DisplayLink(const DisplayLink&) = delete;
   DisplayLink& operator=(const DisplayLink&) = delete;
 

@@ -21,7 +21,9 @@ namespace frameloom::platform {
 // runs the loop (through run, runFor or runUntilComplete) is the main thread while it does; one
 // thread at a time. The loop can be run, stopped and run again: stopping keeps pending work
 // queued for the next run. Created on first use and never destroyed, so work posted during
-// process exit is accepted (and never run).
+// process exit is accepted (and never run). A coroutine reaches the main actor with
+// `co_await runOn(MainLoop::shared().executor(), work)`. An exception escaping a plain handler
+// ends the run and leaves run() with it.
 class MainLoop {
 public:
   using executor_type = asio::io_context::executor_type;
