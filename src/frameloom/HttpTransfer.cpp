@@ -11,15 +11,6 @@ namespace {
 constexpr long maxRedirects = 10;
 constexpr long receiveBufferSize = 256 * 1024;
 
-void initialiseLibraryOnce() {
-  // curl_global_init must run once before handles are made; a function-local static makes that
-  // safe when the first transfers start on several threads at once.
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
-  if (result != CURLE_OK) {
-    throw TransferError(result, curl_easy_strerror(result));
-  }
-}
-
 // Asks for huge pages over a large receive buffer: filling it then takes far fewer page faults.
 void adviseHugePages(void* buffer, std::size_t size) {
   constexpr std::uintptr_t hugePage = 2 * 1024 * 1024;
@@ -42,8 +33,17 @@ void setOption(CURL* handle, CURLoption option, Value value) {
 TransferError::TransferError(CURLcode code, const std::string& description)
     : std::runtime_error(description), code_(code) {}
 
+void HttpTransfer::initialiseLibrary() {
+  // curl_global_init must run once before handles are made; a function-local static makes that
+  // safe when the first transfers start on several threads at once.
+  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  if (result != CURLE_OK) {
+    throw TransferError(result, curl_easy_strerror(result));
+  }
+}
+
 HttpTransfer::HttpTransfer(const TransferLimits& limits) : limits_(limits) {
-  initialiseLibraryOnce();
+  initialiseLibrary();
   handle_.reset(curl_easy_init());
   if (!handle_) {
     throw TransferError(CURLE_FAILED_INIT, curl_easy_strerror(CURLE_FAILED_INIT));

@@ -37,6 +37,7 @@ LottieCache& LottieCache::shared() {
 
 LottieCache::LottieCache(std::filesystem::path cacheFolder, TransferLimits limits)
     : folder_(std::move(cacheFolder)), limits_(limits) {
+  HttpTransfer::initialiseLibrary();
   folder_.create();
   memoryWarnings_ =
       platform::LowMemorySignal::shared().subscribe([this] { handleMemoryWarning(); });
