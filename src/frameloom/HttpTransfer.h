@@ -46,6 +46,11 @@ class HttpTransfer {
 public:
   explicit HttpTransfer(const TransferLimits& limits);
 
+  // Initialises libcurl once per process (later calls do nothing); the constructor calls it too.
+  // Call it first from a thread that lives as long as the process, such as the main thread: the
+  // TLS library keeps state for the initialising thread that a pool thread would leak at exit.
+  static void initialiseLibrary();
+
   HttpResponse get(const std::string& url);
 
 private:
