@@ -2,6 +2,7 @@
 
 #include "ColorArguments.h"
 #include "frameloom/DotLottieActor.h"
+#include "frameloom/LottieCache.h"
 #include "platform/graphics/ContactSheet.h"
 #include "platform/graphics/Png.h"
 #include "platform/runtime/MainLoop.h"
@@ -90,6 +91,17 @@ asio::awaitable<DotLottieActor::Animation> loadSource(const RenderOptions& optio
       colors->emplace_back(c[0], c[1], c[2], c[3]);
     }
   }
+  if (options.source.starts_with("http://") || options.source.starts_with("https://")) {
+    if (colors) {
+      throw std::invalid_argument("--colors needs a local .lottie file, not a URL");
+    }
+    const auto url = platform::Url::parse(options.source);
+    if (!url) {
+      throw std::invalid_argument("invalid URL " + options.source);
+    }
+    const LottieCache::Data bytes = co_await LottieCache::shared().loadLottie(*url);
+    co_return co_await DotLottieActor::load(*bytes, size);
+  }
   co_return co_await DotLottieActor::load(platform::Url::fromFilePath(options.source), size,
                                           std::move(colors));
 }
@@ -163,7 +175,7 @@ void addRenderCommand(CLI::App& app) {
   auto options = std::make_shared<RenderOptions>();
   auto* command = app.add_subcommand(
       "render", "Render one frame or a contact sheet of an animation to a PNG file");
-  command->add_option("SOURCE", options->source, "A .lottie file")->required();
+  command->add_option("SOURCE", options->source, "A .lottie file or an http(s) URL")->required();
   command->add_option("--colors", options->colors,
                       "Replacement colours: #RGB, #RRGGBB or #RRGGBBAA, separated by commas");
   command->add_option("--size", options->size, "Pixel size WxH (default 250x250)");

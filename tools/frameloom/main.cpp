@@ -5,6 +5,7 @@
 
 #include "AnimationCommands.h"
 #include "ArchiveCommands.h"
+#include "CacheCommands.h"
 #include "RenderCommand.h"
 #include "frameloom/Version.h"
 
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
   frameloom::tool::addAnimationCommands(app);
   frameloom::tool::addArchiveCommands(app);
   frameloom::tool::addRenderCommand(app);
+  frameloom::tool::addCacheCommands(app);
   app.set_version_flag("--version", std::string(FrameloomVersionString)
                                         .substr(0, std::string(FrameloomVersionString).find('\n')));
 
