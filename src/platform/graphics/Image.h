@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace frameloom::platform {
+
+// One pixel of 8-bit red, green, blue and alpha.
+struct Rgba8 {
+  std::uint8_t r = 0;
+  std::uint8_t g = 0;
+  std::uint8_t b = 0;
+  std::uint8_t a = 0;
+
+  friend bool operator==(const Rgba8&, const Rgba8&) = default;
+};
+
+// An immutable frame image: width x height pixels of premultiplied RGBA, 8 bits per component,
+// rows `bytesPerRow` apart. Images are shared as `std::shared_ptr<const Image>` and may be read
+// from any thread. Width and height are at least 1 and at most `maxDimension`.
+class Image {
+public:
+  static constexpr std::size_t maxDimension = 16384;
+
+  // Takes ownership of `pixels`. Throws std::invalid_argument when a dimension is 0 or above
+  // `maxDimension`, when `bytesPerRow` is below 4 x width, or when the buffer is shorter than
+  // the rows need.
+  static std::shared_ptr<const Image> make(std::size_t width, std::size_t height,
+                                           std::size_t bytesPerRow,
+                                           std::vector<std::uint8_t> pixels);
+  // Tightly packed rows (bytesPerRow = 4 x width).
+  static std::shared_ptr<const Image> make(std::size_t width, std::size_t height,
+                                           std::vector<std::uint8_t> pixels);
+
+  std::size_t width() const { return width_; }
+  std::size_t height() const { return height_; }
+  std::size_t bytesPerRow() const { return bytesPerRow_; }
+  std::span<const std::uint8_t> pixels() const { return pixels_; }
+
+  // The premultiplied pixel at column x, row y; both must be in range.
+  Rgba8 pixel(std::size_t x, std::size_t y) const;
+  // Whether every pixel has alpha 0.
+  bool isFullyTransparent() const;
+
+private:
+  Image(std::size_t width, std::size_t height, std::size_t bytesPerRow,
+        std::vector<std::uint8_t> pixels);
+
+  std::size_t width_;
+  std::size_t height_;
+  std::size_t bytesPerRow_;
+  std::vector<std::uint8_t> pixels_;
+};
+
+// Straight (unassociated) alpha from premultiplied, and back, rounding to nearest. Converting a
+// valid premultiplied pixel (components <= alpha) to straight and back gives it unchanged.
+Rgba8 unpremultiplied(Rgba8 premultiplied);
+Rgba8 premultiplied(Rgba8 straight);
+
+} // namespace frameloom::platform

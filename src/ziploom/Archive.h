@@ -1,0 +1,149 @@
+#pragma once
+
+#include "platform/core/Progress.h"
+#include "platform/core/Text.h"
+#include "ziploom/AccessMode.h"
+#include "ziploom/ArchiveStream.h"
+#include "ziploom/Bytes.h"
+#include "ziploom/Defaults.h"
+#include "ziploom/Entry.h"
+#include "ziploom/MemoryFile.h"
+#include "ziploom/Records.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ziploom {
+
+// One ZIP archive, backed by a file or by bytes in memory. Owns the one stdio stream through
+// which everything is read and written, and closes it when destroyed. Opening reads only the end
+// of central directory records; entries are read from the central directory on each enumeration.
+//
+// Not thread-safe: every operation seeks the shared stream, so use an archive from one thread
+// at a time. Throws ArchiveError, DataError, MemoryFileError, FileError, the errors of
+// ziploom::decompress and std::filesystem::filesystem_error for failing system calls.
+class Archive {
+public:
+  using AccessMode = ziploom::AccessMode;
+  using EndOfCentralDirectoryRecord = ziploom::EndOfCentralDirectoryRecord;
+  using ZIP64EndOfCentralDirectoryRecord = ziploom::ZIP64EndOfCentralDirectoryRecord;
+  using ZIP64EndOfCentralDirectoryLocator = ziploom::ZIP64EndOfCentralDirectoryLocator;
+  using ZIP64EndOfCentralDirectory = ziploom::ZIP64EndOfCentralDirectory;
+  using MemoryFile = ziploom::MemoryFile;
+  using ProgressPointer = std::shared_ptr<frameloom::platform::Progress>;
+  using TextEncoding = frameloom::platform::TextEncoding;
+
+  // Walks the central directory in order. Ends silently at the first record that cannot be
+  // read, and at the first encrypted entry.
+  class Iterator {
+  public:
+    using value_type = Entry;
+    using difference_type = std::ptrdiff_t;
+    using iterator_concept = std::input_iterator_tag;
+
+    Iterator() = default;
+    const Entry& operator*() const { return *current_; }
+    const Entry* operator->() const { return &*current_; }
+    Iterator& operator++();
+    void operator++(int) { ++*this; }
+    bool operator==(std::default_sentinel_t) const { return !current_; }
+
+  private:
+    friend class Archive;
+    explicit Iterator(const Archive* archive);
+
+    const Archive* archive_ = nullptr;
+    std::uint64_t total_ = 0;
+    std::uint64_t index_ = 0;
+    std::uint64_t position_ = 0;
+    std::optional<Entry> current_;
+  };
+
+  // Opens the archive at `url`; `create` first writes an empty archive there and fails when
+  // something exists. `pathEncoding`, when given, decodes every entry path for lookups.
+  Archive(const std::filesystem::path& url, AccessMode accessMode,
+          std::optional<TextEncoding> pathEncoding = std::nullopt);
+  // Opens an archive over `data` in memory (empty for `create`).
+  Archive(Bytes data, AccessMode accessMode,
+          std::optional<TextEncoding> pathEncoding = std::nullopt);
+
+  // The same, with nothing returned instead of any error.
+  static std::unique_ptr<Archive>
+  make(const std::filesystem::path& url, AccessMode accessMode,
+       std::optional<TextEncoding> preferredEncoding = std::nullopt);
+  static std::unique_ptr<Archive>
+  make(Bytes data, AccessMode accessMode,
+       std::optional<TextEncoding> preferredEncoding = std::nullopt);
+
+  Archive(const Archive&) = delete;
+  Archive& operator=(const Archive&) = delete;
+  ~Archive();
+
+  // The archive's path, or "memory://" for an archive in memory.
+  const std::string& url() const { return url_; }
+  AccessMode accessMode() const { return accessMode_; }
+  bool isMemoryBacked() const { return memoryFile_ != nullptr; }
+  // A copy of the bytes of an archive in memory; nothing for a file-backed one.
+  std::optional<Bytes> data() const;
+
+  Iterator begin() const { return Iterator(this); }
+  std::default_sentinel_t end() const { return {}; }
+  // The first entry whose path is canonically equivalent to `path` (no other normalisation).
+  std::optional<Entry> operator[](std::string_view path) const;
+
+  // Entry counts and central directory position, from the ZIP64 end record when there is one.
+  std::uint64_t resolvedEntryCount() const;
+  std::uint64_t resolvedCentralDirectoryOffset() const;
+  std::uint64_t resolvedCentralDirectorySize() const;
+
+  // Units of progress for reading the entry: 1 for a directory, else its uncompressed size.
+  static std::int64_t totalUnitCountForReading(const Entry& entry);
+
+  // Streams the entry's data to `consumer` in chunks of at most `bufferSize` bytes and returns
+  // the CRC-32 of what was produced (0 when `skipCRC32`, except for links, whose target is
+  // always checked). Does not compare it with entry.checksum(). Cancelling `progress` stops
+  // the extraction with ArchiveError::cancelledOperation before the next chunk.
+  std::uint32_t extract(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                        const ProgressPointer& progress, const Consumer& consumer);
+  std::uint32_t extract(const Entry& entry, const Consumer& consumer);
+
+  // Creates the entry at `destination` (the item itself, not its parent) as a file, directory
+  // or symbolic link, with its permissions and modification date, and returns the CRC-32 as
+  // above. Refuses to replace anything that exists, and refuses links that point outside the
+  // destination's parent unless `allowUncontainedSymlinks`.
+  std::uint32_t extract(const Entry& entry, const std::filesystem::path& destination,
+                        std::int64_t bufferSize = defaultReadChunkSize, bool skipCRC32 = false,
+                        bool allowUncontainedSymlinks = false,
+                        const ProgressPointer& progress = nullptr);
+
+private:
+  struct BackingConfiguration {
+    stream::UniqueFile file;
+    EndOfCentralDirectoryRecord endOfCentralDirectoryRecord;
+    std::optional<ZIP64EndOfCentralDirectory> zip64EndOfCentralDirectory;
+    std::shared_ptr<MemoryFile> memoryFile;
+  };
+
+  static BackingConfiguration openBacking(const std::filesystem::path& url, AccessMode mode);
+  static BackingConfiguration openBacking(Bytes data, AccessMode mode);
+  // The entry whose central directory record starts at `position`, advancing it past the record.
+  std::optional<Entry> readEntry(std::uint64_t& position) const;
+  std::uint32_t readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                           const Consumer& consumer);
+  std::uint32_t readSymlinkTarget(const Entry& entry, const Consumer& consumer);
+
+  std::string url_;
+  AccessMode accessMode_;
+  stream::UniqueFile archiveFile_;
+  EndOfCentralDirectoryRecord endOfCentralDirectoryRecord_;
+  std::optional<ZIP64EndOfCentralDirectory> zip64EndOfCentralDirectory_;
+  std::optional<TextEncoding> pathEncoding_;
+  std::shared_ptr<MemoryFile> memoryFile_;
+};
+
+} // namespace ziploom

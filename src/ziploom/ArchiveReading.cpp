@@ -1,0 +1,242 @@
+#include "ziploom/Archive.h"
+
+#include "ziploom/Compression.h"
+#include "ziploom/Errors.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace ziploom {
+
+namespace {
+
+using EntryType = Entry::EntryType;
+constexpr auto maximumInt64 = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+
+std::int64_t clampToInt64(std::uint64_t value) {
+  return static_cast<std::int64_t>(std::min(value, maximumInt64));
+}
+
+// Delivers chunks to `consumer`, counting them on `progress` and stopping once it is cancelled.
+Consumer withProgress(const Archive::ProgressPointer& progress, const Consumer& consumer) {
+  if (!progress) {
+    return consumer;
+  }
+  return [progress, &consumer](ByteView chunk) {
+    if (progress->isCancelled()) {
+      throw ArchiveError(ArchiveError::Code::cancelledOperation);
+    }
+    consumer(chunk);
+    progress->addCompletedUnitCount(static_cast<std::int64_t>(chunk.size()));
+  };
+}
+
+// A link is contained when its target, resolved against the link's folder, lies inside that
+// folder. Resolution is lexical, so "sub/../../x" is caught without touching the file system.
+bool isContained(const std::filesystem::path& destination, const std::string& target) {
+  const auto parent = destination.parent_path();
+  std::filesystem::path resolved =
+      std::filesystem::path(target).is_absolute() ? std::filesystem::path(target) : parent / target;
+  auto folder = parent.lexically_normal().string();
+  if (!folder.ends_with('/')) {
+    folder += '/';
+  }
+  return resolved.lexically_normal().string().starts_with(folder);
+}
+
+void setAttributes(const std::filesystem::path& path, const FileAttributes& attributes,
+                   bool isSymlink) {
+  const auto since = attributes.modificationDate.time_since_epoch();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
+  const timespec times[2] = {
+      {static_cast<time_t>(seconds.count()), 0},
+      {static_cast<time_t>(seconds.count()),
+       static_cast<long>(std::chrono::nanoseconds(since - seconds).count())}};
+  if (isSymlink) {
+    // Linux cannot change a symbolic link's own permissions (there is no lchmod), so a link
+    // keeps the permissions the system gives it; only its modification date is set, on the link
+    // itself and never on its target.
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0 ||
+        utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
+      throwPOSIXError(errno, path);
+    }
+    return;
+  }
+  if (chmod(path.c_str(), attributes.posixPermissions) != 0 ||
+      utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) {
+    throwPOSIXError(errno, path);
+  }
+}
+
+// Whether anything, a dangling link included, exists at `path`.
+bool isOccupied(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::symlink_status(path, error).type() !=
+         std::filesystem::file_type::not_found;
+}
+
+} // namespace
+
+std::int64_t Archive::totalUnitCountForReading(const Entry& entry) {
+  return entry.type() == EntryType::directory ? 1 : clampToInt64(entry.uncompressedSize());
+}
+
+std::uint32_t Archive::extract(const Entry& entry, const Consumer& consumer) {
+  return extract(entry, defaultReadChunkSize, false, nullptr, consumer);
+}
+
+std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                               const ProgressPointer& progress, const Consumer& consumer) {
+  if (bufferSize < 1) {
+    throw ArchiveError(ArchiveError::Code::invalidBufferSize);
+  }
+  const auto& local = entry.localFileHeader;
+  const auto dataOffset = stream::add(entry.centralDirectoryStructure.resolvedLocalHeaderOffset(),
+                                      std::uint64_t{LocalFileHeader::size} + local.fileNameLength +
+                                          local.extraFieldLength);
+  if (!dataOffset || !stream::seek(archiveFile_.get(), *dataOffset)) {
+    throw DataError(DataError::Code::unreadableFile);
+  }
+  if (progress) {
+    progress->setTotalUnitCount(totalUnitCountForReading(entry));
+  }
+  const auto deliver = withProgress(progress, consumer);
+
+  switch (entry.type()) {
+  case EntryType::file:
+    switch (local.compressionMethod) {
+    case static_cast<std::uint16_t>(CompressionMethod::deflate): {
+      auto* file = archiveFile_.get();
+      return decompress(
+          clampToInt64(entry.centralDirectoryStructure.resolvedCompressedSize()), bufferSize,
+          skipCRC32,
+          [file](std::int64_t, std::int64_t count) {
+            return stream::readBytes(file, static_cast<std::size_t>(count));
+          },
+          deliver);
+    }
+    case static_cast<std::uint16_t>(CompressionMethod::none):
+      return readStored(entry, bufferSize, skipCRC32, deliver);
+    default:
+      throw ArchiveError(ArchiveError::Code::invalidCompressionMethod);
+    }
+  case EntryType::directory:
+    consumer(ByteView());
+    if (progress) {
+      progress->setCompletedUnitCount(totalUnitCountForReading(entry));
+    }
+    return 0;
+  case EntryType::symlink: {
+    const auto checksum = readSymlinkTarget(entry, consumer);
+    if (progress) {
+      progress->setCompletedUnitCount(totalUnitCountForReading(entry));
+    }
+    return checksum;
+  }
+  }
+  return 0;
+}
+
+std::uint32_t Archive::readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                                  const Consumer& consumer) {
+  const auto size = entry.centralDirectoryStructure.resolvedUncompressedSize();
+  if (size == 0) {
+    consumer(ByteView());
+    return 0;
+  }
+  const auto chunk = std::min(static_cast<std::uint64_t>(bufferSize), size);
+  std::uint32_t checksum = 0;
+  std::uint64_t read = 0;
+  while (read < size) {
+    const auto count = std::min(chunk, size - read);
+    const auto bytes = stream::readBytes(archiveFile_.get(), static_cast<std::size_t>(count));
+    consumer(bytes);
+    if (!skipCRC32) {
+      checksum = crc32(bytes, checksum);
+    }
+    // A short read means the archive ends inside the entry; what it held has been delivered.
+    if (bytes.size() < count) {
+      break;
+    }
+    read += count;
+  }
+  return checksum;
+}
+
+// The link target is stored uncompressed whatever the method says. Its length is the local
+// header's size, unless that is deferred (0) or a ZIP64 marker; the central directory's size
+// stands in then.
+std::uint32_t Archive::readSymlinkTarget(const Entry& entry, const Consumer& consumer) {
+  std::uint64_t length = entry.localFileHeader.compressedSize;
+  if (length == 0 || length == 0xFFFFFFFF) {
+    length = entry.compressedSize();
+  }
+  const auto target = stream::readBytes(
+      archiveFile_.get(), static_cast<std::size_t>(std::min<std::uint64_t>(length, SIZE_MAX)));
+  const auto checksum = crc32(target);
+  consumer(target);
+  return checksum;
+}
+
+std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& destination,
+                               std::int64_t bufferSize, bool skipCRC32,
+                               bool allowUncontainedSymlinks, const ProgressPointer& progress) {
+  if (bufferSize < 1) {
+    throw ArchiveError(ArchiveError::Code::invalidBufferSize);
+  }
+  const auto kind = entry.type();
+  if (kind != EntryType::directory && isOccupied(destination)) {
+    throw FileError(FileError::Code::fileWriteFileExists, destination);
+  }
+  std::uint32_t checksum = 0;
+  switch (kind) {
+  case EntryType::file: {
+    std::filesystem::create_directories(destination.parent_path());
+    // "x": fail rather than follow anything that appeared at the destination meanwhile.
+    stream::UniqueFile file(std::fopen(destination.c_str(), "wb+x"));
+    if (!file) {
+      throwPOSIXError(errno, destination);
+    }
+    checksum = extract(entry, bufferSize, skipCRC32, progress, [&file](ByteView chunk) {
+      if (chunk.empty()) {
+        return;
+      }
+      std::fwrite(chunk.data(), 1, chunk.size(), file.get());
+      if (std::ferror(file.get())) {
+        throw DataError(DataError::Code::unwritableFile);
+      }
+    });
+    if (std::fflush(file.get()) != 0) {
+      throw DataError(DataError::Code::unwritableFile);
+    }
+    break;
+  }
+  case EntryType::directory:
+    checksum = extract(entry, bufferSize, skipCRC32, progress, [&destination](ByteView) {
+      std::filesystem::create_directories(destination);
+    });
+    break;
+  case EntryType::symlink:
+    checksum = extract(entry, bufferSize, skipCRC32, progress, [&](ByteView bytes) {
+      if (!frameloom::platform::isValidUTF8(bytes)) {
+        throw ArchiveError(ArchiveError::Code::invalidEntryPath);
+      }
+      const std::string target(bytes.begin(), bytes.end());
+      if (!allowUncontainedSymlinks && !isContained(destination, target)) {
+        throw ArchiveError(ArchiveError::Code::uncontainedSymlink);
+      }
+      std::filesystem::create_directories(destination.parent_path());
+      std::filesystem::create_symlink(target, destination);
+    });
+    break;
+  }
+  setAttributes(destination, entry.fileAttributes(), kind == EntryType::symlink);
+  return checksum;
+}
+
+} // namespace ziploom

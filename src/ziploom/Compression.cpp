@@ -1,0 +1,147 @@
+#include "ziploom/Compression.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace ziploom {
+
+namespace {
+
+// zlib counts a single step's input and output in `uInt`.
+constexpr std::int64_t maximumBufferSize = std::numeric_limits<uInt>::max();
+
+enum class Direction { encode, decode };
+
+// Owns an initialised zlib stream for raw deflate in one direction.
+class DeflateStream {
+public:
+  explicit DeflateStream(Direction direction) : direction_(direction) {
+    const int status = direction == Direction::encode
+                           ? deflateInit2(&stream_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS,
+                                          8, Z_DEFAULT_STRATEGY)
+                           : inflateInit2(&stream_, -MAX_WBITS);
+    if (status != Z_OK) {
+      throw CompressionError(CompressionError::Code::invalidStream,
+                             "The compression stream could not be initialised");
+    }
+  }
+  ~DeflateStream() {
+    if (direction_ == Direction::encode) {
+      deflateEnd(&stream_);
+    } else {
+      inflateEnd(&stream_);
+    }
+  }
+  DeflateStream(const DeflateStream&) = delete;
+  DeflateStream& operator=(const DeflateStream&) = delete;
+
+  z_stream& operator*() { return stream_; }
+  z_stream* operator->() { return &stream_; }
+
+  int process(bool finish) {
+    return direction_ == Direction::encode ? deflate(&stream_, finish ? Z_FINISH : Z_NO_FLUSH)
+                                           : inflate(&stream_, Z_NO_FLUSH);
+  }
+
+private:
+  Direction direction_;
+  z_stream stream_{};
+};
+
+[[noreturn]] void throwCorrupted() {
+  throw CompressionError(CompressionError::Code::corruptedData,
+                         "The compressed data is corrupted or truncated");
+}
+
+std::uint32_t process(Direction direction, std::int64_t size, std::int64_t bufferSize,
+                      bool skipCRC32, const Provider& provider, const Consumer& consumer) {
+  if (bufferSize <= 0 || bufferSize > maximumBufferSize || size < 0) {
+    throw CompressionError(CompressionError::Code::invalidStream,
+                           "The compression stream needs a positive buffer size and source size");
+  }
+  DeflateStream stream(direction);
+  Bytes output(static_cast<std::size_t>(bufferSize));
+  Bytes chunk;
+  std::int64_t position = 0;
+  std::uint32_t checksum = 0;
+  // Set once a chunk shorter than bufferSize arrived: the source is used up and the provider is
+  // not asked again, so an input that ends early cannot keep the loop waiting for more.
+  bool sourceEnded = false;
+
+  for (;;) {
+    if (stream->avail_in == 0 && !sourceEnded) {
+      const std::int64_t count = std::clamp<std::int64_t>(size - position, 0, bufferSize);
+      chunk = provider(position, count);
+      if (static_cast<std::int64_t>(chunk.size()) > count) {
+        chunk.resize(static_cast<std::size_t>(count));
+      }
+      position += static_cast<std::int64_t>(chunk.size());
+      sourceEnded = static_cast<std::int64_t>(chunk.size()) < bufferSize;
+      stream->next_in = chunk.data();
+      stream->avail_in = static_cast<uInt>(chunk.size());
+      if (direction == Direction::encode && !skipCRC32) {
+        checksum = crc32(chunk, checksum);
+      }
+    }
+    stream->next_out = output.data();
+    stream->avail_out = static_cast<uInt>(bufferSize);
+    const uInt inputBefore = stream->avail_in;
+    const int status = stream.process(sourceEnded);
+    const auto produced = static_cast<std::size_t>(bufferSize - stream->avail_out);
+    const bool progressed = produced > 0 || stream->avail_in != inputBefore;
+    if (status != Z_OK && status != Z_STREAM_END && status != Z_BUF_ERROR) {
+      throwCorrupted();
+    }
+    const ByteView result(output.data(), produced);
+    consumer(result);
+    if (direction == Direction::decode && !skipCRC32) {
+      checksum = crc32(result, checksum);
+    }
+    if (status == Z_STREAM_END) {
+      return checksum;
+    }
+    // Every step is handed fresh output space and, unless the source is used up, fresh input, so
+    // a step that moves nothing means a deflate stream cut short; giving up here avoids a hang.
+    if (!progressed) {
+      throwCorrupted();
+    }
+  }
+}
+
+} // namespace
+
+CompressionError::CompressionError(Code code, const std::string& what)
+    : std::runtime_error(what), code_(code) {}
+
+std::optional<CompressionMethod> makeCompressionMethod(std::uint16_t raw) {
+  switch (raw) {
+  case static_cast<std::uint16_t>(CompressionMethod::none):
+    return CompressionMethod::none;
+  case static_cast<std::uint16_t>(CompressionMethod::deflate):
+    return CompressionMethod::deflate;
+  default:
+    return std::nullopt;
+  }
+}
+
+std::uint32_t crc32(ByteView bytes, std::uint32_t checksum) {
+  // zlib reads a null buffer, which is what an empty vector may have, as "start a new checksum".
+  if (bytes.empty()) {
+    return checksum;
+  }
+  return static_cast<std::uint32_t>(::crc32_z(checksum, bytes.data(), bytes.size()));
+}
+
+std::uint32_t compress(std::int64_t size, std::int64_t bufferSize, const Provider& provider,
+                       const Consumer& consumer) {
+  return process(Direction::encode, size, bufferSize, false, provider, consumer);
+}
+
+std::uint32_t decompress(std::int64_t size, std::int64_t bufferSize, bool skipCRC32,
+                         const Provider& provider, const Consumer& consumer) {
+  return process(Direction::decode, size, bufferSize, skipCRC32, provider, consumer);
+}
+
+} // namespace ziploom
