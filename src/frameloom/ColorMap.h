@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace frameloom {
+
+// Colour components red, green, blue and (optionally) alpha, normally in 0...1.
+using ColorComponents = std::vector<double>;
+
+// Three components get an opaque alpha of 1.0; four or more are cut to four; fewer than three
+// are returned unchanged.
+ColorComponents normalizedRGBA(std::span<const double> components);
+
+// The identity of a source colour: red, green, blue and alpha (1.0 when absent), each rounded to
+// three decimals (halves away from zero) and written in the shortest form that reads back as the
+// same number with at least one digit after the point, joined by ",": "1.0,0.5,0.0,1.0".
+// `normalized` must hold at least three components.
+std::string colorKey(std::span<const double> normalized);
+
+// Every component written as by printf's "%.<precision>f", joined by "," ("0.200,0.400").
+// A negative precision writes six decimals, as printf does.
+std::string formatComponents(std::span<const double> components, int precision);
+
+// The state one recolouring shares across all its passes: each distinct source colour (by
+// colorKey) takes the next colour of the list, round the list again when it runs out, the first
+// time it is met, and keeps it. It also records, in order of first appearance, every source colour
+// met and how many colour values shared it.
+//
+// Owns a copy of the colour list. One map serves one document on one thread.
+class ColorMap {
+public:
+  struct Entry {
+    std::string key;
+    ColorComponents source;      // the first value met with this key, normalised
+    ColorComponents replacement; // normalised
+    std::size_t uses = 0;
+  };
+
+  // Throws std::invalid_argument when `colors` is empty or a colour has fewer than three
+  // components: there would be nothing (or too little) to write.
+  explicit ColorMap(std::vector<ColorComponents> colors);
+
+  // The replacement for `source` (at least three components); normalised, so it has at least
+  // four components. The reference stays valid until the next call.
+  const ColorComponents& replacementColor(std::span<const double> source);
+
+  const std::vector<Entry>& entries() const { return entries_; }
+  std::size_t nextColorIndex() const { return entries_.size(); }
+
+private:
+  std::vector<ColorComponents> colors_;
+  std::vector<Entry> entries_;
+  std::unordered_map<std::string, std::size_t> indexByKey_;
+};
+
+} // namespace frameloom
