@@ -1,0 +1,60 @@
+#include "frameloom/LottieCacheError.h"
+
+namespace frameloom {
+namespace {
+
+const char* prefixOf(LottieCacheError::Code code) {
+  switch (code) {
+  case LottieCacheError::Code::networkError:
+    return "Network error: ";
+  case LottieCacheError::Code::diskWriteError:
+    return "Failed to write to disk: ";
+  case LottieCacheError::Code::diskReadError:
+    return "Failed to read from disk: ";
+  case LottieCacheError::Code::invalidData:
+    break;
+  }
+  return "";
+}
+
+} // namespace
+
+LottieCacheError::LottieCacheError(Code code, std::exception_ptr cause)
+    : code_(code), cause_(std::move(cause)),
+      description_(code == Code::invalidData ? "Invalid or corrupted data received"
+                                             : prefixOf(code) + describeError(cause_)) {}
+
+LottieCacheError LottieCacheError::networkError(std::exception_ptr cause) {
+  return {Code::networkError, std::move(cause)};
+}
+
+LottieCacheError LottieCacheError::diskWriteError(std::exception_ptr cause) {
+  return {Code::diskWriteError, std::move(cause)};
+}
+
+LottieCacheError LottieCacheError::diskReadError(std::exception_ptr cause) {
+  return {Code::diskReadError, std::move(cause)};
+}
+
+LottieCacheError LottieCacheError::invalidData() {
+  return {Code::invalidData, nullptr};
+}
+
+HttpStatusError::HttpStatusError(long statusCode)
+    : code_(statusCode), description_("The operation couldn't be completed. (HTTP error " +
+                                      std::to_string(statusCode) + ".)") {}
+
+std::string describeError(const std::exception_ptr& error) {
+  if (!error) {
+    return "unknown error";
+  }
+  try {
+    std::rethrow_exception(error);
+  } catch (const std::exception& e) {
+    return e.what();
+  } catch (...) {
+    return "unknown error";
+  }
+}
+
+} // namespace frameloom
