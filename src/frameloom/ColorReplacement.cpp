@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -15,17 +16,15 @@
 #include <vector>
 
 namespace frameloom {
-namespace {
 
-// The patterns of the four passes. Group 1 is the colour array, the only text a pass replaces.
-constexpr const char* solidPattern =
-    R"("c"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))";
-constexpr const char* textFillPattern =
-    R"("fc"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))";
-constexpr const char* textStrokePattern =
-    R"("sc"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))";
-constexpr const char* gradientPattern =
-    R"("g"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*(\[[^\]]+\]))";
+const std::array<const char*, 4> colorPassPatterns = {
+    R"("c"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))",
+    R"("fc"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))",
+    R"("sc"\s*:\s*(\[\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?)(?:\s*,\s*(0(?:\.\d+)?|1(?:\.0+)?))?\s*\]))",
+    R"("g"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*\{\s*[^{}]*?"k"\s*:\s*(\[[^\]]+\]))",
+};
+
+namespace {
 
 struct CodeDeleter {
   void operator()(pcre2_code* code) const { pcre2_code_free(code); }
@@ -37,12 +36,9 @@ struct MatchContextDeleter {
   void operator()(pcre2_match_context* context) const { pcre2_match_context_free(context); }
 };
 
-// A compiled pass pattern with the literal every match starts with. Compiled once per process,
-// JIT-compiled where the platform allows, then shared read-only by every thread.
-struct PassPattern {
-  std::string_view prefix;
-  std::unique_ptr<pcre2_code, CodeDeleter> code;
-};
+// A pass pattern, compiled once per process, JIT-compiled where the platform allows, then shared
+// read-only by every thread.
+using PassPattern = std::unique_ptr<pcre2_code, CodeDeleter>;
 
 [[noreturn]] void patternFailure(const char* pattern, int error) {
   PCRE2_UCHAR message[256];
@@ -52,36 +48,90 @@ struct PassPattern {
   std::abort();
 }
 
-PassPattern compile(std::string_view prefix, const char* pattern) {
+PassPattern compile(const char* pattern) {
   int error = 0;
   PCRE2_SIZE errorOffset = 0;
   // UTF with Unicode properties gives \s and \d their Unicode meanings; invalid UTF-8 in the
-  // subject then simply never matches instead of failing the whole scan.
-  pcre2_code* code =
-      pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern), PCRE2_ZERO_TERMINATED,
-                    PCRE2_UTF | PCRE2_UCP | PCRE2_MATCH_INVALID_UTF, &error, &errorOffset, nullptr);
+  // subject then simply never matches instead of failing the whole scan. The pattern is anchored
+  // at the start offset because the scan itself finds where a match may begin (collectMatches);
+  // anchoring at compile time rather than per match keeps the JIT in use.
+  pcre2_code* code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern), PCRE2_ZERO_TERMINATED,
+                                   PCRE2_UTF | PCRE2_UCP | PCRE2_MATCH_INVALID_UTF | PCRE2_ANCHORED,
+                                   &error, &errorOffset, nullptr);
   if (code == nullptr) {
     patternFailure(pattern, error);
   }
   pcre2_jit_compile(code, PCRE2_JIT_COMPLETE);
-  return PassPattern{prefix, std::unique_ptr<pcre2_code, CodeDeleter>(code)};
+  return PassPattern(code);
 }
 
-const PassPattern& solid() {
-  static const PassPattern pattern = compile(R"("c")", solidPattern);
-  return pattern;
+const pcre2_code* passPattern(int pass) {
+  static const std::array<PassPattern, 4> patterns = {
+      compile(colorPassPatterns[0]), compile(colorPassPatterns[1]), compile(colorPassPatterns[2]),
+      compile(colorPassPatterns[3])};
+  return patterns[static_cast<std::size_t>(pass)].get();
 }
-const PassPattern& textFill() {
-  static const PassPattern pattern = compile(R"("fc")", textFillPattern);
-  return pattern;
+
+// Where each pass's matches may start: the positions of its key with its quotes ("c", "fc", "sc"
+// and "g", in pass order), in text order, overlapping ones included.
+using KeyPositions = std::array<std::vector<std::size_t>, 4>;
+
+// Records the key starting at `position` if there is one there.
+inline void addKey(KeyPositions& keys, std::string_view text, std::size_t position) {
+  const char* p = text.data() + position;
+  const std::size_t left = text.size() - position;
+  if (left >= 3 && p[0] == '"' && p[2] == '"') {
+    if (p[1] == 'c') {
+      keys[0].push_back(position);
+    } else if (p[1] == 'g') {
+      keys[3].push_back(position);
+    }
+  } else if (left >= 4 && p[0] == '"' && p[2] == 'c' && p[3] == '"') {
+    if (p[1] == 'f') {
+      keys[1].push_back(position);
+    } else if (p[1] == 's') {
+      keys[2].push_back(position);
+    }
+  }
 }
-const PassPattern& textStroke() {
-  static const PassPattern pattern = compile(R"("sc")", textStrokePattern);
-  return pattern;
+
+inline std::uint64_t load(const char* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof word);
+  return word;
 }
-const PassPattern& gradient() {
-  static const PassPattern pattern = compile(R"("g")", gradientPattern);
-  return pattern;
+
+// 0x80 in every byte of `word` that is a quote, 0 elsewhere (exact: no borrow between bytes).
+inline std::uint64_t quoteBytes(std::uint64_t word) {
+  constexpr std::uint64_t low7 = 0x7F7F7F7F7F7F7F7FULL;
+  const std::uint64_t x = word ^ 0x2222222222222222ULL;
+  return ~(((x & low7) + low7) | x | low7);
+}
+
+// Eight bytes at a time: a key can only start at a quote that has another quote two or three
+// bytes further on, and those few places are then looked at one by one.
+KeyPositions findColorKeys(std::string_view text) {
+  KeyPositions keys;
+  const char* const data = text.data();
+  std::size_t i = 0;
+  for (; i + 11 <= text.size(); i += 8) {
+    std::uint64_t candidates = quoteBytes(load(data + i)) &
+                               (quoteBytes(load(data + i + 2)) | quoteBytes(load(data + i + 3)));
+    if constexpr (std::endian::native == std::endian::little) {
+      while (candidates != 0) {
+        addKey(keys, text, i + static_cast<std::size_t>(std::countr_zero(candidates)) / 8);
+        candidates &= candidates - 1;
+      }
+    } else if (candidates != 0) {
+      for (std::size_t k = 0; k < 8; ++k) {
+        addKey(keys, text, i + k);
+      }
+    }
+  }
+  for (; i < text.size(); ++i) {
+    addKey(keys, text, i);
+  }
+  return keys;
 }
 
 struct Range {
@@ -89,21 +139,22 @@ struct Range {
   std::size_t end;
 };
 
-// Finds the group-1 ranges of all non-overlapping matches, left to right, as one unanchored
-// scan would. A match can only start where the pattern's literal prefix stands, so the scan jumps
-// from one occurrence of it to the next and tries an anchored match there. Every match ends with
-// "]", so the subject ends at the last "]": a start that could only fail after running to the end
-// of the text is not tried, which keeps unterminated arrays from making the scan quadratic.
-std::vector<Range> collectMatches(const PassPattern& pattern, std::string_view text) {
+// Finds the group-1 ranges of all non-overlapping matches, left to right, as one unanchored scan
+// would. A match can only start at the pattern's key, so only those positions are tried, each
+// with an anchored match. Every match ends with "]", so the subject ends at the last "]": a start
+// that could only fail after running to the end of the text is not tried, which keeps
+// unterminated arrays from making the scan quadratic.
+std::vector<Range> collectMatches(const pcre2_code* pattern, std::string_view text,
+                                  const std::vector<std::size_t>& starts) {
   std::vector<Range> ranges;
   const std::size_t lastBracket = text.rfind(']');
-  if (lastBracket == std::string_view::npos) {
+  if (starts.empty() || lastBracket == std::string_view::npos) {
     return ranges;
   }
   const std::size_t subjectEnd = lastBracket + 1;
 
   std::unique_ptr<pcre2_match_data, MatchDataDeleter> matchData(
-      pcre2_match_data_create_from_pattern(pattern.code.get(), nullptr));
+      pcre2_match_data_create_from_pattern(pattern, nullptr));
   std::unique_ptr<pcre2_match_context, MatchContextDeleter> context(
       pcre2_match_context_create(nullptr));
   if (!matchData || !context) {
@@ -115,20 +166,19 @@ std::vector<Range> collectMatches(const PassPattern& pattern, std::string_view t
 
   const auto* subject = reinterpret_cast<PCRE2_SPTR>(text.data());
   std::size_t position = 0;
-  while (position < subjectEnd) {
-    const void* found = memmem(text.data() + position, subjectEnd - position, pattern.prefix.data(),
-                               pattern.prefix.size());
-    if (found == nullptr) {
+  for (const std::size_t start : starts) {
+    if (start >= subjectEnd) {
       break;
     }
-    const auto start = static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
-    const int rc = pcre2_match(pattern.code.get(), subject, subjectEnd, start, PCRE2_ANCHORED,
-                               matchData.get(), context.get());
+    if (start < position) {
+      continue;
+    }
+    const int rc =
+        pcre2_match(pattern, subject, subjectEnd, start, 0, matchData.get(), context.get());
     if (rc == PCRE2_ERROR_NOMEMORY) {
       throw std::bad_alloc();
     }
     if (rc <= 0) {
-      position = start + 1;
       continue;
     }
     const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(matchData.get());
@@ -140,19 +190,41 @@ std::vector<Range> collectMatches(const PassPattern& pattern, std::string_view t
   return ranges;
 }
 
+// One replaced array: its range in the pass's input and the length of the text put there.
+struct Edit {
+  Range range;
+  std::size_t length;
+};
+
+// Moves key positions found in a pass's input to where they stand in its output. A replaced
+// range holds only an array of numbers, never a quote, so no key lies inside one.
+void shiftPositions(std::vector<std::size_t>& positions, const std::vector<Edit>& edits) {
+  std::size_t next = 0;
+  std::ptrdiff_t shift = 0;
+  for (std::size_t& position : positions) {
+    while (next < edits.size() && edits[next].range.end <= position) {
+      shift += static_cast<std::ptrdiff_t>(edits[next].length) -
+               static_cast<std::ptrdiff_t>(edits[next].range.end - edits[next].range.begin);
+      ++next;
+    }
+    position = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(position) + shift);
+  }
+}
+
 using Rewrite = std::optional<std::string> (*)(std::string_view array, ColorMap& map,
                                                int precision);
 
 // Runs one pass: collects its matches on `text`, then copies `text` with each readable colour
-// array swapped for its rewrite.
-std::string runPass(std::string text, const PassPattern& pattern, Rewrite rewrite, ColorMap& map,
-                    int precision) {
-  const std::vector<Range> ranges = collectMatches(pattern, text);
+// array swapped for its rewrite. Returns the edits made, in text order.
+std::vector<Edit> runPass(std::string& text, int pass, const std::vector<std::size_t>& starts,
+                          Rewrite rewrite, ColorMap& map, int precision,
+                          const ColorEditObserver& observer) {
+  std::vector<Edit> edits;
+  const std::vector<Range> ranges = collectMatches(passPattern(pass), text, starts);
   if (ranges.empty()) {
-    return text;
+    return edits;
   }
   std::string result;
-  result.reserve(text.size() + text.size() / 8);
   std::size_t copied = 0;
   for (const Range& range : ranges) {
     std::optional<std::string> replacement = rewrite(
@@ -160,15 +232,22 @@ std::string runPass(std::string text, const PassPattern& pattern, Rewrite rewrit
     if (!replacement) {
       continue;
     }
+    if (observer) {
+      observer(pass, range.begin, range.end, *replacement);
+    }
+    if (edits.empty()) {
+      result.reserve(text.size() + text.size() / 8);
+    }
     result.append(text, copied, range.begin - copied);
     result += *replacement;
     copied = range.end;
+    edits.push_back(Edit{range, replacement->size()});
   }
-  if (copied == 0) {
-    return text;
+  if (!edits.empty()) {
+    result.append(text, copied, std::string::npos);
+    text = std::move(result);
   }
-  result.append(text, copied, std::string::npos);
-  return result;
+  return edits;
 }
 
 nlohmann::json parseArray(std::string_view array) {
@@ -238,11 +317,19 @@ std::optional<std::string> rewriteGradient(std::string_view array, ColorMap& map
 
 } // namespace
 
-std::string rewriteColors(std::string text, ColorMap& map, int precision) {
-  text = runPass(std::move(text), solid(), rewriteSolid, map, precision);
-  text = runPass(std::move(text), textFill(), rewriteSolid, map, precision);
-  text = runPass(std::move(text), textStroke(), rewriteSolid, map, precision);
-  return runPass(std::move(text), gradient(), rewriteGradient, map, precision);
+std::string rewriteColors(std::string text, ColorMap& map, int precision,
+                          const ColorEditObserver& observer) {
+  // The keys are found once; each pass's edits then move the later passes' keys.
+  KeyPositions keys = findColorKeys(text);
+  for (int pass = 0; pass < 4; ++pass) {
+    const std::vector<Edit> edits =
+        runPass(text, pass, keys[static_cast<std::size_t>(pass)],
+                pass == 3 ? rewriteGradient : rewriteSolid, map, precision, observer);
+    for (int later = pass + 1; later < 4 && !edits.empty(); ++later) {
+      shiftPositions(keys[static_cast<std::size_t>(later)], edits);
+    }
+  }
+  return text;
 }
 
 } // namespace frameloom

@@ -2,7 +2,11 @@
 
 #include "frameloom/ColorMap.h"
 
+#include <array>
+#include <cstddef>
+#include <functional>
 #include <string>
+#include <string_view>
 
 namespace frameloom {
 
@@ -16,6 +20,15 @@ namespace frameloom {
 // The text may be anything (invalid UTF-8, not JSON): arrays that cannot be read are left alone.
 // Throws nothing but std::bad_alloc; runs on the caller's thread, and several calls may run at
 // once with their own maps.
-std::string rewriteColors(std::string text, ColorMap& map, int precision);
+//
+// `observer`, when given, is told of every replaced array: the pass (0 to 3, in the order above),
+// the array's byte range in that pass's input text and the text put in its place.
+using ColorEditObserver = std::function<void(int pass, std::size_t begin, std::size_t end,
+                                             std::string_view replacement)>;
+std::string rewriteColors(std::string text, ColorMap& map, int precision,
+                          const ColorEditObserver& observer = {});
+
+// The regular expressions of the four passes, in pass order. Group 1 of each is the colour array.
+extern const std::array<const char*, 4> colorPassPatterns;
 
 } // namespace frameloom

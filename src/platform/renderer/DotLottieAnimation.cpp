@@ -115,12 +115,28 @@ std::shared_ptr<const Image> DotLottieAnimation::tick() {
                  static_cast<double>(contentHeight), target.width, target.height);
   const auto stride = static_cast<std::size_t>(target.width) * 4;
   std::vector<std::uint8_t> pixels(stride * static_cast<std::size_t>(target.height));
-  // A surface over the layout's rectangle only; the pixels around it stay transparent.
-  rlottie::Surface surface(
-      reinterpret_cast<std::uint32_t*>(pixels.data() + rect.y * stride + rect.x * 4),
-      static_cast<std::size_t>(rect.width), static_cast<std::size_t>(rect.height), stride);
-  model_->renderSync(static_cast<std::size_t>(std::lround(frame_)), surface,
-                     config_.layout.fit == Fit::contain);
+  const auto frame = static_cast<std::size_t>(std::lround(frame_));
+  const bool keepAspectRatio = config_.layout.fit == Fit::contain;
+  if (rect == PixelRect{0, 0, target.width, target.height}) {
+    rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()),
+                             static_cast<std::size_t>(target.width),
+                             static_cast<std::size_t>(target.height), stride);
+    model_->renderSync(frame, surface, keepAspectRatio);
+  } else {
+    // rlottie clears bytesPerLine x height bytes from the start of its buffer, so a surface inside
+    // the image would overrun it: render the rectangle on its own and copy it into place.
+    const auto rectStride = static_cast<std::size_t>(rect.width) * 4;
+    std::vector<std::uint8_t> inner(rectStride * static_cast<std::size_t>(rect.height));
+    rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(inner.data()),
+                             static_cast<std::size_t>(rect.width),
+                             static_cast<std::size_t>(rect.height), rectStride);
+    model_->renderSync(frame, surface, keepAspectRatio);
+    for (std::int64_t row = 0; row < rect.height; ++row) {
+      std::copy_n(inner.data() + static_cast<std::size_t>(row) * rectStride, rectStride,
+                  pixels.data() + static_cast<std::size_t>(rect.y + row) * stride +
+                      static_cast<std::size_t>(rect.x) * 4);
+    }
+  }
   toRgba(pixels, config_.backgroundColor);
   return Image::make(static_cast<std::size_t>(target.width),
                      static_cast<std::size_t>(target.height), std::move(pixels));

@@ -1,5 +1,7 @@
 #include "platform/renderer/LottieDocument.h"
 
+#include "platform/renderer/DotLottieArchive.h"
+
 #include <algorithm>
 
 namespace frameloom::platform {
@@ -19,7 +21,7 @@ std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes) {
   if (looksLikeJson(bytes)) {
     return std::string(bytes.begin(), bytes.end());
   }
-  return std::nullopt;
+  return dotLottieAnimationDocument(bytes);
 }
 
 } // namespace frameloom::platform

@@ -1,0 +1,197 @@
+#include "ArchiveBuilder.h"
+
+#include "ziploom/Compression.h"
+#include "ziploom/LittleEndian.h"
+#include "ziploom/Records.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+namespace ziploom::testsupport {
+
+using littleEndian::append;
+
+namespace {
+
+Bytes deflated(const Bytes& source) {
+  Bytes output;
+  compress(
+      static_cast<std::int64_t>(source.size()), 4096,
+      [&source](std::int64_t position, std::int64_t count) {
+        return Bytes(source.begin() + position, source.begin() + position + count);
+      },
+      [&output](ByteView chunk) { output.insert(output.end(), chunk.begin(), chunk.end()); });
+  return output;
+}
+
+Bytes zip64Extra(std::vector<std::uint64_t> values) {
+  Bytes extra;
+  append(extra, std::uint16_t{1});
+  append(extra, static_cast<std::uint16_t>(values.size() * 8));
+  for (auto value : values) {
+    append(extra, value);
+  }
+  return extra;
+}
+
+} // namespace
+
+Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& options) {
+  Bytes archive;
+  Bytes directory;
+  for (const auto& entry : entries) {
+    const auto stored = entry.deflate ? deflated(entry.data) : entry.data;
+    const auto checksum = crc32(entry.data);
+    const std::uint64_t offset = archive.size();
+    const Bytes name = bytesOf(entry.name);
+
+    LocalFileHeader local;
+    local.versionNeededToExtract = entry.zip64 ? 45 : 20;
+    local.generalPurposeBitFlag = entry.flags | (entry.dataDescriptor ? 0x0008 : 0);
+    local.compressionMethod = entry.deflate ? 8 : 0;
+    local.lastModFileTime = 0x6000;
+    local.lastModFileDate = 0x5A21;
+    if (!entry.dataDescriptor) {
+      local.crc32 = checksum;
+      local.compressedSize = entry.zip64 ? 0xFFFFFFFF : static_cast<std::uint32_t>(stored.size());
+      local.uncompressedSize =
+          entry.zip64 ? 0xFFFFFFFF : static_cast<std::uint32_t>(entry.data.size());
+      if (entry.zip64) {
+        local.extraFieldData = zip64Extra({entry.data.size(), stored.size()});
+      }
+    }
+    local.fileNameLength = static_cast<std::uint16_t>(name.size());
+    local.extraFieldLength = static_cast<std::uint16_t>(local.extraFieldData.size());
+    local.fileNameData = name;
+    append(archive, ByteView(local.data()));
+    append(archive, ByteView(stored));
+    if (entry.dataDescriptor) {
+      append(archive, std::uint32_t{0x08074b50});
+      append(archive, checksum);
+      if (entry.zip64) {
+        append(archive, std::uint64_t{stored.size()});
+        append(archive, std::uint64_t{entry.data.size()});
+      } else {
+        append(archive, static_cast<std::uint32_t>(stored.size()));
+        append(archive, static_cast<std::uint32_t>(entry.data.size()));
+      }
+    }
+
+    CentralDirectoryStructure central;
+    central.versionMadeBy = entry.versionMadeBy;
+    central.versionNeededToExtract = local.versionNeededToExtract;
+    central.generalPurposeBitFlag = local.generalPurposeBitFlag;
+    central.compressionMethod = local.compressionMethod;
+    central.lastModFileTime = local.lastModFileTime;
+    central.lastModFileDate = local.lastModFileDate;
+    central.crc32 = checksum;
+    if (entry.zip64) {
+      central.compressedSize = central.uncompressedSize = 0xFFFFFFFF;
+      central.relativeOffsetOfLocalHeader = 0xFFFFFFFF;
+      central.extraFieldData = zip64Extra({entry.data.size(), stored.size(), offset});
+    } else {
+      central.compressedSize = static_cast<std::uint32_t>(stored.size());
+      central.uncompressedSize = static_cast<std::uint32_t>(entry.data.size());
+      central.relativeOffsetOfLocalHeader = static_cast<std::uint32_t>(offset);
+    }
+    central.externalFileAttributes = entry.externalAttributes;
+    central.fileNameLength = local.fileNameLength;
+    central.extraFieldLength = static_cast<std::uint16_t>(central.extraFieldData.size());
+    central.fileNameData = name;
+    append(directory, ByteView(central.data()));
+  }
+
+  const std::uint64_t directoryOffset = archive.size();
+  append(archive, ByteView(directory));
+  const auto count = options.claimedEntries >= 0
+                         ? static_cast<std::uint64_t>(options.claimedEntries)
+                         : entries.size();
+  if (options.zip64End) {
+    ZIP64EndOfCentralDirectoryRecord record;
+    record.sizeOfZIP64EndOfCentralDirectoryRecord = 44;
+    record.versionMadeBy = 0x0315;
+    record.versionNeededToExtract = 45;
+    record.totalNumberOfEntriesOnDisk = record.totalNumberOfEntriesInCentralDirectory = count;
+    record.sizeOfCentralDirectory = directory.size();
+    record.offsetToStartOfCentralDirectory = directoryOffset;
+    ZIP64EndOfCentralDirectoryLocator locator;
+    locator.relativeOffsetOfZIP64EOCDRecord = archive.size();
+    locator.totalNumberOfDisk = 1;
+    append(archive, ByteView(record.data()));
+    append(archive, ByteView(locator.data()));
+  }
+  EndOfCentralDirectoryRecord end;
+  end.totalNumberOfEntriesOnDisk = end.totalNumberOfEntriesInCentralDirectory =
+      options.zip64End ? 0xFFFF : static_cast<std::uint16_t>(count);
+  end.sizeOfCentralDirectory = static_cast<std::uint32_t>(directory.size());
+  end.offsetToStartOfCentralDirectory =
+      options.zip64End ? 0xFFFFFFFF : static_cast<std::uint32_t>(directoryOffset);
+  end.zipFileCommentLength = static_cast<std::uint16_t>(options.comment.size());
+  end.zipFileCommentData = options.comment;
+  append(archive, ByteView(end.data()));
+  return archive;
+}
+
+Bytes bytesOf(const std::string& text) {
+  return Bytes(text.begin(), text.end());
+}
+
+Bytes readFile(const std::filesystem::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(stream), {});
+}
+
+void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
+  std::ofstream stream(path, std::ios::binary);
+  stream.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string run(const std::string& command) {
+  std::string output;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe) {
+    ADD_FAILURE() << "cannot run " << command;
+    return output;
+  }
+  std::array<char, 65536> buffer{};
+  std::size_t read = 0;
+  while ((read = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
+    output.append(buffer.data(), read);
+  }
+  const int status = pclose(pipe);
+  EXPECT_EQ(status, 0) << command;
+  return output;
+}
+
+bool haveCommand(const std::string& name) {
+  return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+std::string quoted(const std::filesystem::path& path) {
+  std::string result = "'";
+  for (char c : path.string()) {
+    result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return result + "'";
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "ziploom-test-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) {
+    throw std::runtime_error("cannot make a temporary folder");
+  }
+  path_ = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code error;
+  std::filesystem::remove_all(path_, error);
+}
+
+} // namespace ziploom::testsupport
