@@ -5,11 +5,13 @@
 #include "ziploom/AccessMode.h"
 #include "ziploom/ArchiveStream.h"
 #include "ziploom/Bytes.h"
+#include "ziploom/Compression.h"
 #include "ziploom/Defaults.h"
 #include "ziploom/Entry.h"
 #include "ziploom/MemoryFile.h"
 #include "ziploom/Records.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <iterator>
@@ -121,7 +123,68 @@ public:
                         bool allowUncontainedSymlinks = false,
                         const ProgressPointer& progress = nullptr);
 
+  // Adding entries. The archive is changed in place: the entry goes where the central directory
+  // began, the directory is written again after it with the new record last, then the end
+  // records. Any failure, a cancelled progress included, puts the former bytes back before the
+  // error is rethrown. Throws ArchiveError::unwritableArchive for an archive opened for reading.
+
+  // Tags that tell apart the forms that take a file-system path.
+  struct RelativeTo {
+    std::filesystem::path baseURL;
+  };
+  struct FileURL {
+    std::filesystem::path fileURL;
+  };
+
+  // Adds the item at `base.baseURL / path` under `path`.
+  void addEntry(const std::string& path, const RelativeTo& base,
+                CompressionMethod compressionMethod = CompressionMethod::none,
+                std::int64_t bufferSize = defaultWriteChunkSize,
+                const ProgressPointer& progress = nullptr);
+  // Adds the file, folder (its path then ends in "/") or symbolic link at `item.fileURL` under
+  // `path` with its size, modification date and mode. Throws FileError when it is missing,
+  // unreadable, or neither a regular file, a folder nor a link.
+  void addEntry(const std::string& path, const FileURL& item,
+                CompressionMethod compressionMethod = CompressionMethod::none,
+                std::int64_t bufferSize = defaultWriteChunkSize,
+                const ProgressPointer& progress = nullptr);
+  // Adds an entry whose data `provider` delivers in chunks of at most `bufferSize` bytes: a
+  // file's contents, a link's target text, nothing for a directory. Directories and links are
+  // always stored. Throws ArchiveError::invalidEntryPath for a path longer than 65,535 bytes.
+  void addEntry(const std::string& path, Entry::EntryType type, std::int64_t uncompressedSize,
+                std::chrono::system_clock::time_point modificationDate,
+                std::optional<std::uint16_t> permissions, CompressionMethod compressionMethod,
+                std::int64_t bufferSize, const ProgressPointer& progress,
+                const Provider& provider);
+  // Units of progress for adding the item: 1 for a folder, else its size; -1 when unknown.
+  static std::int64_t totalUnitCountForAddingItem(const std::filesystem::path& url);
+
+  // Removing an entry. A complete new archive without the entry is written beside this one (in
+  // a scratch folder next to the file, else in the temporary folder; in memory for an archive in
+  // memory) and then takes its place, so a failed or cancelled removal changes nothing and
+  // leaves no scratch folder behind. Entries taken from the archive before are stale after.
+  // Throws ArchiveError::invalidEntryPath when the entry is not one of this archive's.
+  void remove(const Entry& entry, std::int64_t bufferSize = defaultReadChunkSize,
+              const ProgressPointer& progress = nullptr);
+  // Units of progress for removing the entry: the bytes that will be copied.
+  std::int64_t totalUnitCountForRemoving(const Entry& entry) const;
+
 private:
+  struct NewEntry;
+  struct FormerTail;
+
+  void checkWritable(std::int64_t bufferSize) const;
+  FormerTail readFormerTail() const;
+  // Writes the local header and data of a new entry at `headerOffset` and returns its central
+  // directory record; the stream is left after the data.
+  CentralDirectoryStructure writeLocalEntry(const NewEntry& entry, std::uint64_t headerOffset);
+  void restore(const FormerTail& tail, std::int64_t bufferSize);
+  // Cuts the archive's bytes at `length` and moves there.
+  void truncate(std::uint64_t length);
+  void copyLocalRecord(const Entry& entry, std::FILE* target, std::int64_t bufferSize,
+                       const ProgressPointer& progress);
+  void replaceFile(const std::filesystem::path& replacement);
+
   struct BackingConfiguration {
     stream::UniqueFile file;
     EndOfCentralDirectoryRecord endOfCentralDirectoryRecord;

@@ -106,6 +106,12 @@ std::size_t MemoryFile::writeBytes(std::span<const std::uint8_t> bytes) {
   return bytes.size();
 }
 
+void MemoryFile::truncate(std::size_t length) {
+  if (length < data_.size()) {
+    data_.resize(length);
+  }
+}
+
 std::int64_t MemoryFile::seek(std::int64_t offset, int whence) {
   std::int64_t base = 0;
   switch (whence) {

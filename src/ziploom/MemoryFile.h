@@ -31,6 +31,8 @@ public:
   // Moves the position (SEEK_SET, SEEK_CUR or SEEK_END) and returns it; -1, and no move, for an
   // unknown whence or a position that would be negative or overflow.
   std::int64_t seek(std::int64_t offset, int whence);
+  // Drops the bytes from `length` on; the position stays where it was. Flush the stream first.
+  void truncate(std::size_t length);
 
   const Bytes& data() const { return data_; }
   std::int64_t offset() const { return offset_; }

@@ -1,0 +1,451 @@
+#include "ziploom/Archive.h"
+
+#include "ziploom/Errors.h"
+#include "ziploom/LittleEndian.h"
+#include "ziploom/StreamWriting.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <limits>
+
+namespace ziploom {
+
+using EntryType = Entry::EntryType;
+using namespace writing;
+
+namespace {
+
+struct MSDOSDateTime {
+  std::uint16_t date = 0;
+  std::uint16_t time = 0;
+};
+
+// MS-DOS dates count years from 1980 in seven bits: a date outside 1980...2099 keeps its day and
+// time with the year clamped. Seconds have a two-second resolution.
+MSDOSDateTime msdosDateTime(std::chrono::system_clock::time_point date) {
+  const auto seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(date.time_since_epoch()).count();
+  const auto time = static_cast<std::time_t>(seconds);
+  std::tm parts{};
+  if (gmtime_r(&time, &parts) == nullptr) {
+    return {};
+  }
+  const int year = std::clamp(parts.tm_year + 1900, 1980, 2099);
+  return {static_cast<std::uint16_t>(parts.tm_mday + (parts.tm_mon + 1) * 32 + (year - 1980) * 512),
+          static_cast<std::uint16_t>(parts.tm_sec / 2 + parts.tm_min * 32 + parts.tm_hour * 2048)};
+}
+
+// The UNIX mode of the entry, type bits included, in the high half of the external attributes.
+std::uint32_t externalFileAttributes(EntryType type, std::optional<std::uint16_t> permissions) {
+  const mode_t typeBits = type == EntryType::directory ? S_IFDIR
+                          : type == EntryType::symlink ? S_IFLNK
+                                                       : S_IFREG;
+  const std::uint16_t mode = permissions.value_or(
+      type == EntryType::directory ? defaultDirectoryPermissions : defaultFilePermissions);
+  return static_cast<std::uint32_t>(static_cast<std::uint16_t>(typeBits | mode)) << 16;
+}
+
+struct Sizes {
+  std::uint64_t uncompressed = 0;
+  std::uint64_t compressed = 0;
+};
+
+// A ZIP64 extra-field block holding the given values in their fixed order.
+Bytes zip64Block(std::optional<Sizes> sizes, const std::uint64_t* offset) {
+  Bytes block;
+  const int count = (sizes ? 2 : 0) + (offset ? 1 : 0);
+  littleEndian::append(block, ZIP64ExtendedInformation::headerID);
+  littleEndian::append(block, static_cast<std::uint16_t>(8 * count));
+  if (sizes) {
+    littleEndian::append(block, sizes->uncompressed);
+    littleEndian::append(block, sizes->compressed);
+  }
+  if (offset) {
+    littleEndian::append(block, *offset);
+  }
+  return block;
+}
+
+// The local header is written before the data and rewritten in place after it, so its length
+// must not change. Deflate can grow incompressible data slightly: an entry whose output might
+// reach the ZIP64 threshold gets the ZIP64 sizes from the start.
+bool needsZIP64LocalHeader(std::uint64_t uncompressedSize, CompressionMethod method) {
+  const auto worstCase = method == CompressionMethod::deflate
+                             ? uncompressedSize + uncompressedSize / 1000 + 1024
+                             : uncompressedSize;
+  return worstCase >= marker32;
+}
+
+LocalFileHeader makeLocalFileHeader(const std::string& path, CompressionMethod method,
+                                    MSDOSDateTime dateTime, std::uint32_t checksum, Sizes sizes,
+                                    bool zip64) {
+  LocalFileHeader header;
+  header.versionNeededToExtract = zip64 ? versionNeededZIP64 : versionNeeded;
+  header.generalPurposeBitFlag = GeneralPurposeFlags::utf8Path;
+  header.compressionMethod = static_cast<std::uint16_t>(method);
+  header.lastModFileTime = dateTime.time;
+  header.lastModFileDate = dateTime.date;
+  header.crc32 = checksum;
+  header.fileNameData.assign(path.begin(), path.end());
+  header.fileNameLength = static_cast<std::uint16_t>(path.size());
+  if (zip64) {
+    header.compressedSize = marker32;
+    header.uncompressedSize = marker32;
+    header.extraFieldData = zip64Block(sizes, nullptr);
+    header.extraFieldLength = static_cast<std::uint16_t>(header.extraFieldData.size());
+  } else {
+    header.compressedSize = static_cast<std::uint32_t>(sizes.compressed);
+    header.uncompressedSize = static_cast<std::uint32_t>(sizes.uncompressed);
+  }
+  return header;
+}
+
+CentralDirectoryStructure makeCentralDirectoryStructure(const LocalFileHeader& header,
+                                                        std::uint64_t headerOffset,
+                                                        std::uint32_t attributes) {
+  std::optional<Sizes> sizes;
+  if (header.uncompressedSize == marker32 || header.compressedSize == marker32) {
+    using Field = ZIP64ExtendedInformation::Field;
+    constexpr Field fields[] = {Field::uncompressedSize, Field::compressedSize};
+    if (const auto extra = findZIP64Extra(header.extraFieldData, fields)) {
+      sizes = Sizes{extra->uncompressedSize, extra->compressedSize};
+    }
+  }
+  const bool offsetInExtra = headerOffset >= marker32;
+
+  CentralDirectoryStructure record;
+  record.versionMadeBy = versionMadeBy;
+  record.versionNeededToExtract = header.versionNeededToExtract;
+  record.generalPurposeBitFlag = header.generalPurposeBitFlag;
+  record.compressionMethod = header.compressionMethod;
+  record.lastModFileTime = header.lastModFileTime;
+  record.lastModFileDate = header.lastModFileDate;
+  record.crc32 = header.crc32;
+  record.compressedSize = header.compressedSize;
+  record.uncompressedSize = header.uncompressedSize;
+  record.fileNameLength = header.fileNameLength;
+  record.fileNameData = header.fileNameData;
+  record.externalFileAttributes = attributes;
+  record.relativeOffsetOfLocalHeader =
+      offsetInExtra ? marker32 : static_cast<std::uint32_t>(headerOffset);
+  if (sizes || offsetInExtra) {
+    record.extraFieldData = zip64Block(sizes, offsetInExtra ? &headerOffset : nullptr);
+    record.extraFieldLength = static_cast<std::uint16_t>(record.extraFieldData.size());
+    // An offset beyond 4 GiB alone also takes a reader that knows ZIP64.
+    record.versionNeededToExtract = std::max(record.versionNeededToExtract, versionNeededZIP64);
+  }
+  return record;
+}
+
+void checkCancelled(const Archive::ProgressPointer& progress) {
+  if (progress && progress->isCancelled()) {
+    throw ArchiveError(ArchiveError::Code::cancelledOperation);
+  }
+}
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+} // namespace
+
+struct Archive::NewEntry {
+  const std::string& path;
+  EntryType type;
+  std::int64_t uncompressedSize;
+  std::chrono::system_clock::time_point modificationDate;
+  std::optional<std::uint16_t> permissions;
+  CompressionMethod compressionMethod;
+  std::int64_t bufferSize;
+  const ProgressPointer& progress;
+  const Provider& provider;
+};
+
+struct Archive::FormerTail {
+  // Where the central directory began: the new entry goes there.
+  std::uint64_t offset = 0;
+  // Everything from there to the end of the archive: central directory, end records, comment.
+  Bytes bytes;
+  std::uint64_t centralDirectorySize = 0;
+  EndOfCentralDirectoryRecord endOfCentralDirectoryRecord;
+  std::optional<ZIP64EndOfCentralDirectory> zip64EndOfCentralDirectory;
+
+  ByteView centralDirectory() const {
+    return ByteView(bytes).first(static_cast<std::size_t>(centralDirectorySize));
+  }
+};
+
+Archive::FormerTail Archive::readFormerTail() const {
+  std::FILE* file = archiveFile_.get();
+  if (fseeko(file, 0, SEEK_END) != 0) {
+    throw DataError(DataError::Code::unreadableFile);
+  }
+  const auto length = position(file);
+  FormerTail tail;
+  tail.offset = resolvedCentralDirectoryOffset();
+  tail.centralDirectorySize = resolvedCentralDirectorySize();
+  // A directory that does not lie inside the archive is damage; refusing it here also keeps a
+  // forged size from reserving memory the file cannot fill.
+  if (tail.offset > length) {
+    throw ArchiveError(ArchiveError::Code::invalidCentralDirectoryOffset);
+  }
+  if (tail.centralDirectorySize > length - tail.offset) {
+    throw ArchiveError(ArchiveError::Code::invalidCentralDirectorySize);
+  }
+  seek(file, tail.offset);
+  tail.bytes = stream::readBytes(file, static_cast<std::size_t>(length - tail.offset));
+  if (tail.bytes.size() != length - tail.offset) {
+    throw DataError(DataError::Code::unreadableFile);
+  }
+  tail.endOfCentralDirectoryRecord = endOfCentralDirectoryRecord_;
+  tail.zip64EndOfCentralDirectory = zip64EndOfCentralDirectory_;
+  return tail;
+}
+
+void Archive::truncate(std::uint64_t length) {
+  std::FILE* file = archiveFile_.get();
+  flush(file);
+  if (memoryFile_) {
+    memoryFile_->truncate(length);
+  } else if (ftruncate(fileno(file), static_cast<off_t>(length)) != 0) {
+    throw DataError(DataError::Code::unwritableFile);
+  }
+  seek(file, length);
+}
+
+void Archive::restore(const FormerTail& tail, std::int64_t bufferSize) {
+  std::FILE* file = archiveFile_.get();
+  std::clearerr(file);
+  try {
+    truncate(tail.offset);
+    write(file, tail.bytes, bufferSize);
+    flush(file);
+  } catch (const ArchiveError&) {
+    throw DataError(DataError::Code::unwritableFile);
+  }
+  endOfCentralDirectoryRecord_ = tail.endOfCentralDirectoryRecord;
+  zip64EndOfCentralDirectory_ = tail.zip64EndOfCentralDirectory;
+}
+
+void Archive::checkWritable(std::int64_t bufferSize) const {
+  if (accessMode_ == AccessMode::read) {
+    throw ArchiveError(ArchiveError::Code::unwritableArchive);
+  }
+  if (bufferSize < 1) {
+    throw ArchiveError(ArchiveError::Code::invalidBufferSize);
+  }
+}
+
+CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
+                                                   std::uint64_t headerOffset) {
+  std::FILE* file = archiveFile_.get();
+  const auto dateTime = msdosDateTime(entry.modificationDate);
+  const auto uncompressedSize = static_cast<std::uint64_t>(entry.uncompressedSize);
+  const bool reserveZIP64 = needsZIP64LocalHeader(uncompressedSize, entry.compressionMethod);
+  write(file, makeLocalFileHeader(entry.path, entry.compressionMethod, dateTime, 0,
+                                  {uncompressedSize, 0}, reserveZIP64)
+                  .data());
+
+  std::uint64_t written = 0;
+  std::uint32_t checksum = 0;
+  const auto& progress = entry.progress;
+  const auto& provider = entry.provider;
+  switch (entry.type) {
+  case EntryType::file:
+    if (entry.compressionMethod == CompressionMethod::deflate) {
+      const Provider counting = [&](std::int64_t position, std::int64_t count) {
+        checkCancelled(progress);
+        auto chunk = provider(position, count);
+        if (progress) {
+          progress->addCompletedUnitCount(static_cast<std::int64_t>(chunk.size()));
+        }
+        return chunk;
+      };
+      checksum = compress(entry.uncompressedSize, entry.bufferSize, counting, [&](ByteView chunk) {
+        write(file, chunk);
+        written += chunk.size();
+      });
+    } else {
+      // The position advances by whole chunks even when the provider returns fewer bytes: the
+      // sizes and checksum then describe what it actually delivered.
+      for (std::int64_t position = 0; position < entry.uncompressedSize;
+           position += entry.bufferSize) {
+        checkCancelled(progress);
+        auto chunk =
+            provider(position, std::min(entry.bufferSize, entry.uncompressedSize - position));
+        chunk.resize(std::min<std::size_t>(
+            chunk.size(), static_cast<std::size_t>(entry.uncompressedSize - position)));
+        checksum = crc32(chunk, checksum);
+        write(file, chunk);
+        written += chunk.size();
+        if (progress) {
+          progress->setCompletedUnitCount(static_cast<std::int64_t>(written));
+        }
+      }
+    }
+    break;
+  case EntryType::directory:
+    provider(0, 0);
+    break;
+  case EntryType::symlink: {
+    auto target = provider(0, entry.uncompressedSize);
+    target.resize(std::min<std::size_t>(target.size(), uncompressedSize));
+    checksum = crc32(target);
+    write(file, target);
+    written = target.size();
+    break;
+  }
+  }
+  if (entry.type != EntryType::file && progress) {
+    progress->setCompletedUnitCount(progress->totalUnitCount());
+  }
+
+  const auto dataEnd = position(file);
+  const Sizes sizes{uncompressedSize, written};
+  const bool zip64 = sizes.uncompressed >= marker32 || sizes.compressed >= marker32;
+  if (zip64 && !reserveZIP64) {
+    throw ArchiveError(ArchiveError::Code::invalidEntrySize);
+  }
+  seek(file, headerOffset);
+  const auto header = makeLocalFileHeader(entry.path, entry.compressionMethod, dateTime, checksum,
+                                          sizes, reserveZIP64);
+  write(file, header.data());
+  seek(file, dataEnd);
+  return makeCentralDirectoryStructure(header, headerOffset,
+                                       externalFileAttributes(entry.type, entry.permissions));
+}
+
+void Archive::addEntry(const std::string& path, EntryType type, std::int64_t uncompressedSize,
+                       std::chrono::system_clock::time_point modificationDate,
+                       std::optional<std::uint16_t> permissions,
+                       CompressionMethod compressionMethod, std::int64_t bufferSize,
+                       const ProgressPointer& progress, const Provider& provider) {
+  checkWritable(bufferSize);
+  if (uncompressedSize < 0) {
+    throw ArchiveError(ArchiveError::Code::invalidEntrySize);
+  }
+  // A directory has no data, and its path ends in "/" as every tool expects; a link's data is
+  // its target text.
+  const auto entryPath = type == EntryType::directory && !path.ends_with('/') ? path + '/' : path;
+  // The name length field has 16 bits.
+  if (entryPath.size() > std::numeric_limits<std::uint16_t>::max()) {
+    throw ArchiveError(ArchiveError::Code::invalidEntryPath);
+  }
+  const NewEntry entry{entryPath,
+                       type,
+                       type == EntryType::directory ? 0 : uncompressedSize,
+                       modificationDate,
+                       permissions,
+                       type == EntryType::file ? compressionMethod : CompressionMethod::none,
+                       bufferSize,
+                       progress,
+                       provider};
+  if (progress) {
+    progress->setTotalUnitCount(type == EntryType::directory ? 1 : uncompressedSize);
+  }
+
+  const auto tail = readFormerTail();
+  std::FILE* file = archiveFile_.get();
+  try {
+    seek(file, tail.offset);
+    const auto record = writeLocalEntry(entry, tail.offset);
+    const auto centralDirectoryOffset = position(file);
+    write(file, tail.centralDirectory(), bufferSize);
+    write(file, record.data());
+
+    const auto count = resolvedEntryCount();
+    if (count == std::numeric_limits<std::uint64_t>::max()) {
+      throw ArchiveError(ArchiveError::Code::invalidCentralDirectoryEntryCount);
+    }
+    const auto size = stream::add(tail.centralDirectorySize, recordLength(record));
+    if (!size) {
+      throw ArchiveError(ArchiveError::Code::invalidCentralDirectorySize);
+    }
+    const auto end =
+        writeEndRecords({endOfCentralDirectoryRecord_, zip64EndOfCentralDirectory_}, *size,
+                        count + 1, centralDirectoryOffset, position(file), file);
+    // Whatever followed the former end record is gone with it.
+    truncate(position(file));
+    flush(file);
+    endOfCentralDirectoryRecord_ = end.record;
+    zip64EndOfCentralDirectory_ = end.zip64;
+  } catch (...) {
+    restore(tail, bufferSize);
+    throw;
+  }
+}
+
+void Archive::addEntry(const std::string& path, const FileURL& item,
+                       CompressionMethod compressionMethod, std::int64_t bufferSize,
+                       const ProgressPointer& progress) {
+  checkWritable(bufferSize);
+  const auto& url = item.fileURL;
+  struct stat status {};
+  if (lstat(url.c_str(), &status) != 0) {
+    throw FileError(FileError::Code::fileReadNoSuchFile, url);
+  }
+  const auto type = S_ISDIR(status.st_mode)   ? EntryType::directory
+                    : S_ISLNK(status.st_mode) ? EntryType::symlink
+                                              : EntryType::file;
+  if (type != EntryType::symlink && access(url.c_str(), R_OK) != 0) {
+    throw FileError(FileError::Code::fileReadNoPermission, url);
+  }
+  // Reading a pipe or a device could block forever or never end.
+  if (type == EntryType::file && !S_ISREG(status.st_mode)) {
+    throw FileError(FileError::Code::fileReadNoPermission, url);
+  }
+  if (status.st_size < 0) {
+    throw FileError(FileError::Code::fileReadTooLarge, url);
+  }
+  const auto modificationDate = std::chrono::system_clock::time_point(
+      std::chrono::duration_cast<std::chrono::system_clock::duration>(
+          std::chrono::seconds(status.st_mtim.tv_sec) +
+          std::chrono::nanoseconds(status.st_mtim.tv_nsec)));
+  const auto size = type == EntryType::directory ? 0 : static_cast<std::int64_t>(status.st_size);
+  const auto permissions = static_cast<std::uint16_t>(status.st_mode);
+
+  switch (type) {
+  case EntryType::file: {
+    const std::unique_ptr<std::FILE, FileCloser> source(std::fopen(url.c_str(), "rb"));
+    if (!source) {
+      throwPOSIXError(errno, url);
+    }
+    addEntry(path, type, size, modificationDate, permissions, compressionMethod, bufferSize,
+             progress, [&](std::int64_t, std::int64_t count) {
+               return stream::readBytes(source.get(), static_cast<std::size_t>(count));
+             });
+    break;
+  }
+  case EntryType::directory:
+    addEntry(path, type, size, modificationDate, permissions, compressionMethod, bufferSize,
+             progress, [](std::int64_t, std::int64_t) { return Bytes{}; });
+    break;
+  case EntryType::symlink:
+    addEntry(path, type, size, modificationDate, permissions, compressionMethod, bufferSize,
+             progress, [&](std::int64_t, std::int64_t) {
+               const auto target = std::filesystem::read_symlink(url).native();
+               return Bytes(target.begin(), target.end());
+             });
+    break;
+  }
+}
+
+void Archive::addEntry(const std::string& path, const RelativeTo& base,
+                       CompressionMethod compressionMethod, std::int64_t bufferSize,
+                       const ProgressPointer& progress) {
+  addEntry(path, FileURL{base.baseURL / path}, compressionMethod, bufferSize, progress);
+}
+
+std::int64_t Archive::totalUnitCountForAddingItem(const std::filesystem::path& url) {
+  struct stat status {};
+  if (lstat(url.c_str(), &status) != 0 || status.st_size < 0) {
+    return -1;
+  }
+  return S_ISDIR(status.st_mode) ? 1 : static_cast<std::int64_t>(status.st_size);
+}
+
+} // namespace ziploom

@@ -1,0 +1,125 @@
+#include "TreeSupport.h"
+
+#include "ziploom/Errors.h"
+#include "ziploom/FileSystem.h"
+
+#include <gtest/gtest.h>
+
+using namespace ziploom;
+using namespace ziploom::testing;
+
+namespace {
+
+// Archives no careful tool would write, made with Python's zipfile. Each is a list of entries
+// "name" (a small file) or "name->target" (a symbolic link), in order.
+void makeHostileArchive(const fs::path& archive, const std::vector<std::string>& entries) {
+  std::string script = "import sys, zipfile\n"
+                       "with zipfile.ZipFile(sys.argv[1], 'w') as z:\n"
+                       "    for item in sys.argv[2:]:\n"
+                       "        name, _, target = item.partition('->')\n"
+                       "        info = zipfile.ZipInfo(name)\n"
+                       "        info.create_system = 3\n"
+                       "        info.external_attr = (0o120777 if target else 0o100644) << 16\n"
+                       "        z.writestr(info, target or 'payload')\n";
+  std::string command = python() + " -c " + shellQuoted(script) + " " + shellQuoted(archive);
+  for (const auto& entry : entries) {
+    command += " " + shellQuoted(entry);
+  }
+  ASSERT_TRUE(succeeds(command));
+}
+
+template <typename Error>
+typename Error::Code errorCode(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const Error& error) {
+    return error.code();
+  }
+  throw std::logic_error("the expected error was not thrown");
+}
+
+} // namespace
+
+TEST(FileSystemTest, ContainmentIsDecidedOnResolvedPaths) {
+  EXPECT_TRUE(isContained("/data/out/a/b", "/data/out"));
+  EXPECT_TRUE(isContained("/data/out//a/../b", "/data/out/"));
+  EXPECT_FALSE(isContained("/data/out-sibling/a", "/data/out"));
+  EXPECT_FALSE(isContained("/data/out/../secret", "/data/out"));
+  EXPECT_FALSE(isContained("/etc/passwd", "/data/out"));
+}
+
+TEST(FileSystemTest, UnzippingRefusesEntriesThatLeaveTheDestinationBeforeWritingThem) {
+  TemporaryFolder folder;
+  const auto destination = folder / "destination";
+  const auto outside = folder / "outside";
+  fs::create_directories(outside);
+  const std::vector<std::vector<std::string>> hostile{
+      {"fine", "../evil"},
+      {(outside / "absolute").string()},
+      {"a/../../evil"},
+      {"link->" + outside.string(), "link/evil"},
+      // Each link stays inside on its own; followed together they lead out.
+      {"here->.", "up->here/..", "up/outside/evil"},
+  };
+  for (std::size_t i = 0; i < hostile.size(); ++i) {
+    const auto archive = folder / (std::to_string(i) + ".zip");
+    makeHostileArchive(archive, hostile[i]);
+    for (const bool allowLinks : {false, true}) {
+      SCOPED_TRACE(archive.string() + (allowLinks ? " allowing links" : ""));
+      fs::remove_all(destination);
+      try {
+        unzipItem(archive, destination, false, allowLinks);
+        ADD_FAILURE() << "unzipped";
+      } catch (const FileError& error) {
+        EXPECT_EQ(error.code(), FileError::Code::fileReadInvalidFileName);
+      } catch (const ArchiveError& error) {
+        EXPECT_FALSE(allowLinks);
+        EXPECT_EQ(error.code(), ArchiveError::Code::uncontainedSymlink);
+      }
+      EXPECT_TRUE(fs::is_empty(outside));
+      EXPECT_FALSE(fs::exists(folder / "evil"));
+    }
+  }
+  // A path that climbs back in is fine, and so is a link that points outside when allowed.
+  const auto archive = folder / "fine.zip";
+  makeHostileArchive(archive, {"a/../inside", "out->" + outside.string()});
+  fs::remove_all(destination);
+  EXPECT_EQ(errorCode<ArchiveError>([&] { unzipItem(archive, destination); }),
+            ArchiveError::Code::uncontainedSymlink);
+  fs::remove_all(destination);
+  unzipItem(archive, destination, false, true);
+  EXPECT_TRUE(fs::exists(destination / "inside"));
+  EXPECT_EQ(fs::read_symlink(destination / "out"), outside);
+}
+
+TEST(FileSystemTest, ZippingAndUnzippingCheckTheirEnds) {
+  TemporaryFolder folder;
+  writeFile(folder / "file", std::string("contents"));
+  EXPECT_EQ(errorCode<FileError>([&] { zipItem(folder / "missing", folder / "a.zip"); }),
+            FileError::Code::fileReadNoSuchFile);
+  EXPECT_EQ(errorCode<FileError>([&] { zipItem(folder / "file", folder / "file"); }),
+            FileError::Code::fileWriteFileExists);
+  EXPECT_EQ(errorCode<FileError>([&] { unzipItem(folder / "missing", folder / "out"); }),
+            FileError::Code::fileReadNoSuchFile);
+
+  // A single file lands at the top level under its own name.
+  zipItem(folder / "file", folder / "file.zip", true, CompressionMethod::deflate);
+  unzipItem(folder / "file.zip", folder / "out");
+  EXPECT_EQ(readFile(folder / "out/file"), readFile(folder / "file"));
+
+  // An empty folder makes an archive without entries.
+  fs::create_directories(folder / "empty");
+  zipItem(folder / "empty", folder / "empty.zip");
+  EXPECT_EQ(fs::file_size(folder / "empty.zip"), 22u);
+
+  // Damaged data is reported after the item was written, unless checksums are skipped.
+  zipItem(folder / "file", folder / "stored.zip");
+  auto bytes = readFile(folder / "stored.zip");
+  bytes[30 + 4] ^= 0xFF;
+  writeFile(folder / "damaged.zip", bytes);
+  EXPECT_EQ(errorCode<ArchiveError>([&] { unzipItem(folder / "damaged.zip", folder / "damaged"); }),
+            ArchiveError::Code::invalidCRC32);
+  EXPECT_TRUE(fs::exists(folder / "damaged/file"));
+  unzipItem(folder / "damaged.zip", folder / "skipped", true);
+  EXPECT_EQ(readFile(folder / "skipped/file")[0], 'c' ^ 0xFF);
+}
