@@ -15,7 +15,9 @@ pkg_check_modules(RLOTTIE REQUIRED IMPORTED_TARGET rlottie)
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(asio INTERFACE)
 target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# Asio detects aligned_alloc only when a standard header came first; deciding it once for every
+# translation unit keeps its allocation and release functions in agreement.
+target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
 target_link_libraries(asio INTERFACE Threads::Threads)
 
 if(FRAMELOOM_BUILD_TESTS)

@@ -23,8 +23,8 @@ namespace frameloom {
 //
 // `observer`, when given, is told of every replaced array: the pass (0 to 3, in the order above),
 // the array's byte range in that pass's input text and the text put in its place.
-using ColorEditObserver = std::function<void(int pass, std::size_t begin, std::size_t end,
-                                             std::string_view replacement)>;
+using ColorEditObserver =
+    std::function<void(int pass, std::size_t begin, std::size_t end, std::string_view replacement)>;
 std::string rewriteColors(std::string text, ColorMap& map, int precision,
                           const ColorEditObserver& observer = {});
 

@@ -32,9 +32,12 @@ std::optional<Bytes> additionalData(const AdditionalDataProvider& provider, std:
   }
 }
 
-std::uint64_t resolve(bool zip64, const ZIP64ExtendedInformation* extra,
+// A 32-bit field holding the ZIP64 marker takes its value from the ZIP64 block. The block holds
+// a value exactly for the marked fields, and that value counts even when it is 0: an empty entry
+// or an entry at offset 0 written by a tool that always uses ZIP64 fields.
+std::uint64_t resolve(const ZIP64ExtendedInformation* extra,
                       std::uint64_t ZIP64ExtendedInformation::*value, std::uint32_t narrow) {
-  if (zip64 && extra && extra->*value > 0) {
+  if (extra && narrow == zip64Marker32) {
     return extra->*value;
   }
   return narrow;
@@ -211,18 +214,15 @@ bool CentralDirectoryStructure::isZIP64Format() const {
 }
 
 std::uint64_t CentralDirectoryStructure::resolvedUncompressedSize() const {
-  return resolve(isZIP64Format(), zip64Extra(), &ZIP64ExtendedInformation::uncompressedSize,
-                 uncompressedSize);
+  return resolve(zip64Extra(), &ZIP64ExtendedInformation::uncompressedSize, uncompressedSize);
 }
 
 std::uint64_t CentralDirectoryStructure::resolvedCompressedSize() const {
-  return resolve(isZIP64Format(), zip64Extra(), &ZIP64ExtendedInformation::compressedSize,
-                 compressedSize);
+  return resolve(zip64Extra(), &ZIP64ExtendedInformation::compressedSize, compressedSize);
 }
 
 std::uint64_t CentralDirectoryStructure::resolvedLocalHeaderOffset() const {
-  return resolve(isZIP64Format(), zip64Extra(),
-                 &ZIP64ExtendedInformation::relativeOffsetOfLocalHeader,
+  return resolve(zip64Extra(), &ZIP64ExtendedInformation::relativeOffsetOfLocalHeader,
                  relativeOffsetOfLocalHeader);
 }
 

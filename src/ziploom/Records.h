@@ -117,7 +117,7 @@ struct CentralDirectoryStructure {
     return generalPurposeBitFlag & GeneralPurposeFlags::dataDescriptor;
   }
   bool hasUTF8Path() const { return generalPurposeBitFlag & GeneralPurposeFlags::utf8Path; }
-  // The 32-bit values, replaced by non-zero ZIP64 values when the record is in ZIP64 format.
+  // The 32-bit values, or the ZIP64 block's values for the fields that hold the ZIP64 marker.
   std::uint64_t resolvedUncompressedSize() const;
   std::uint64_t resolvedCompressedSize() const;
   std::uint64_t resolvedLocalHeaderOffset() const;

@@ -1,4 +1,5 @@
 #include "platform/graphics/Image.h"
+#include "platform/graphics/ContactSheet.h"
 #include "platform/graphics/Png.h"
 
 #include <gtest/gtest.h>
@@ -93,6 +94,37 @@ TEST(PngTest, BadInputAndUnwritablePathsThrow) {
                           std::filesystem::directory_iterator()),
             1);
   std::filesystem::remove_all(folder);
+}
+
+std::shared_ptr<const Image> filled(std::size_t width, std::size_t height, Rgba8 color) {
+  std::vector<std::uint8_t> pixels;
+  for (std::size_t i = 0; i < width * height; ++i) {
+    pixels.insert(pixels.end(), {color.r, color.g, color.b, color.a});
+  }
+  return Image::make(width, height, std::move(pixels));
+}
+
+TEST(ContactSheetTest, PlacesFramesRowByRowAndLeavesEmptyCellsTransparent) {
+  const Rgba8 red{255, 0, 0, 255};
+  const Rgba8 blue{0, 0, 255, 255};
+  const Rgba8 green{0, 255, 0, 255};
+  const auto sheet =
+      makeContactSheet({filled(3, 2, red), filled(3, 2, blue), filled(1, 1, green)}, 2, 2);
+  ASSERT_EQ(sheet->width(), 6u);
+  ASSERT_EQ(sheet->height(), 4u);
+  EXPECT_EQ(sheet->pixel(2, 1), red);
+  EXPECT_EQ(sheet->pixel(3, 0), blue);
+  EXPECT_EQ(sheet->pixel(0, 2), green);
+  EXPECT_EQ(sheet->pixel(1, 2), Rgba8{});
+  EXPECT_EQ(sheet->pixel(5, 3), Rgba8{});
+}
+
+TEST(ContactSheetTest, RefusesGridsThatCannotHoldTheFrames) {
+  const auto frame = filled(250, 250, {});
+  EXPECT_THROW(makeContactSheet({}, 1, 1), std::invalid_argument);
+  EXPECT_THROW(makeContactSheet({frame, frame}, 1, 1), std::invalid_argument);
+  EXPECT_THROW(makeContactSheet({frame}, 0, 1), std::invalid_argument);
+  EXPECT_THROW(makeContactSheet({frame}, 66, 1), std::invalid_argument);
 }
 
 } // namespace

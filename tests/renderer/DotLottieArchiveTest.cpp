@@ -125,6 +125,26 @@ TEST(DotLottieArchiveTest, PicturesOutsideTheArchiveAreNeverRead) {
   std::filesystem::remove_all(folder);
 }
 
+// Under AddressSanitizer this shows that every rlottie model is released, whether the owner
+// destroys it or only lets go of it.
+TEST(DotLottieArchiveTest, HundredsOfAnimationsComeAndGo) {
+  const auto archive = makeZip({{"manifest.json", R"({"animations":[{"id":"a"}]})"},
+                                {"animations/a.json", pictureDocument("", "pic.png")},
+                                {"images/pic.png", greenPicture()}});
+  const auto json = testing::bytesOf(solid({1, 0, 0}));
+  for (int i = 0; i < 300; ++i) {
+    AnimationConfig config;
+    config.width = 16 + i % 5;
+    config.height = 16;
+    DotLottieAnimation animation(i % 2 ? archive : json, config);
+    ASSERT_TRUE(animation.setFrame(static_cast<float>(i % 30)));
+    ASSERT_TRUE(animation.tick());
+    if (i % 3) {
+      animation.destroy();
+    }
+  }
+}
+
 TEST(PictureInliningTest, Base64) {
   const std::vector<std::pair<std::string, std::string>> vectors{{"", ""},
                                                                  {"f", "Zg=="},

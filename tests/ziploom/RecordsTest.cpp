@@ -77,12 +77,13 @@ TEST(Records, ZIP64BlockMustHoldExactlyTheMarkedFields) {
   EXPECT_EQ(tooLong->zip64Extra(), nullptr);
   EXPECT_EQ(tooLong->resolvedUncompressedSize(), 0xFFFFFFFFu);
 
-  // A ZIP64 offset of 0 never overrides the 32-bit field.
+  // A marked field takes the ZIP64 value even when it is 0: the entry is at the very start.
   const auto zeroOffset =
       reparse<CentralDirectoryStructure>(centralRecord(10, 0xFFFFFFFF, block(1, u64s({0}))).data());
   ASSERT_TRUE(zeroOffset);
   ASSERT_NE(zeroOffset->zip64Extra(), nullptr);
-  EXPECT_EQ(zeroOffset->resolvedLocalHeaderOffset(), 0xFFFFFFFFu);
+  EXPECT_EQ(zeroOffset->resolvedLocalHeaderOffset(), 0u);
+  EXPECT_EQ(zeroOffset->resolvedUncompressedSize(), 10u);
 }
 
 TEST(Records, ExtraFieldWalkStopsAtBlocksRunningPastTheEnd) {

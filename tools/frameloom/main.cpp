@@ -3,6 +3,7 @@
 // Exit status: 0 on success, 1 on failure with one line "frameloom: <what went wrong>" on
 // standard error, 2 on a usage error with a short usage text.
 
+#include "AnimationCommands.h"
 #include "ArchiveCommands.h"
 #include "frameloom/Version.h"
 
@@ -15,6 +16,7 @@
 int main(int argc, char** argv) {
   CLI::App app{"frameloom: recoloured dotLottie animations and ZIP archives", "frameloom"};
   app.require_subcommand(1);
+  frameloom::tool::addAnimationCommands(app);
   frameloom::tool::addArchiveCommands(app);
   app.set_version_flag("--version", std::string(FrameloomVersionString)
                                         .substr(0, std::string(FrameloomVersionString).find('\n')));

@@ -1,0 +1,178 @@
+// Recolouring a .lottie file: read its animation JSON, replace the colours, unpack the archive
+// into a work folder, put the new JSON there and pack the folder into a new archive.
+
+#include "frameloom/DotLottieError.h"
+#include "frameloom/DotLottieFile.h"
+#include "platform/core/Text.h"
+#include "platform/system/Directories.h"
+#include "platform/system/Uuid.h"
+#include "ziploom/Archive.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+namespace frameloom {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::span<const std::uint8_t> bytesOf(std::string_view text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+bool isAnimationJSON(const std::string& path) {
+  if (path.find("animations/") == std::string::npos || path.size() < 5) {
+    return false;
+  }
+  std::string extension = path.substr(path.size() - 5);
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension == ".json";
+}
+
+// Where an entry goes inside `work`: its path without the trailing "/" of a folder entry.
+fs::path destinationOf(const fs::path& work, std::string path) {
+  while (!path.empty() && path.back() == '/') {
+    path.pop_back();
+  }
+  return work / path;
+}
+
+// Whether the entry path stays inside the folder it is unpacked into: not absolute, and no ".."
+// that climbs above the folder.
+bool staysInside(const fs::path& work, const std::string& entryPath) {
+  const fs::path path(entryPath);
+  if (path.has_root_path()) {
+    return false;
+  }
+  const fs::path relative =
+      destinationOf(work, entryPath).lexically_normal().lexically_relative(work.lexically_normal());
+  return !relative.empty() && *relative.begin() != "..";
+}
+
+// Replaces the file at `target` with `data`: written beside it, then renamed over it, so that
+// the target holds either the old bytes or all of the new ones.
+void writeAtomically(const fs::path& target, std::string_view data) {
+  const fs::path scratch = target.parent_path() / ("." + target.filename().string() + "." +
+                                                   platform::Uuid::random().uuidString() + ".tmp");
+  {
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(scratch.c_str(), "wbx"),
+                                                         &std::fclose);
+    if (!file) {
+      throw fs::filesystem_error("cannot create", scratch,
+                                 std::error_code(errno, std::generic_category()));
+    }
+    if (std::fwrite(data.data(), 1, data.size(), file.get()) != data.size() ||
+        std::fflush(file.get()) != 0) {
+      const std::error_code error(errno, std::generic_category());
+      file.reset();
+      fs::remove(scratch);
+      throw fs::filesystem_error("cannot write", scratch, error);
+    }
+  }
+  fs::rename(scratch, target);
+}
+
+// Every occurrence of `pattern` in `text` removed.
+std::string removingAll(std::string text, const std::string& pattern) {
+  for (std::size_t at = text.find(pattern); at != std::string::npos; at = text.find(pattern, at)) {
+    text.erase(at, pattern.size());
+  }
+  return text;
+}
+
+} // namespace
+
+DotLottieFile::AnimationJSON DotLottieFile::readAnimationJSON(const fs::path& url) {
+  std::unique_ptr<ziploom::Archive> archive =
+      ziploom::Archive::make(url, ziploom::AccessMode::read);
+  if (!archive) {
+    throw DotLottieError(DotLottieError::Code::failedToReadArchive);
+  }
+  for (const ziploom::Entry& entry : *archive) {
+    std::string path = entry.path();
+    if (!isAnimationJSON(path)) {
+      continue;
+    }
+    ziploom::Bytes data;
+    archive->extract(
+        entry, ziploom::defaultReadChunkSize, false, nullptr,
+        [&data](ziploom::ByteView chunk) { data.insert(data.end(), chunk.begin(), chunk.end()); });
+    return AnimationJSON{std::move(data), std::move(path)};
+  }
+  throw DotLottieError(DotLottieError::Code::noAnimationJSON);
+}
+
+std::vector<DotLottieFile::PaletteColor> DotLottieFile::readPalette(const fs::path& dotLottieURL) {
+  AnimationJSON json = readAnimationJSON(dotLottieURL);
+  if (!platform::isValidUTF8(json.data)) {
+    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
+  }
+  return palette(std::string(json.data.begin(), json.data.end()));
+}
+
+fs::path DotLottieFile::recolor(const fs::path& dotLottieURL, std::vector<ColorComponents> colors,
+                                int precision) {
+  if (colors.empty()) {
+    throw std::invalid_argument("DotLottieFile::recolor: the colour list is empty");
+  }
+  AnimationJSON json = readAnimationJSON(dotLottieURL);
+  if (!platform::isValidUTF8(json.data)) {
+    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
+  }
+  const std::string text =
+      replaceColors(std::string(json.data.begin(), json.data.end()), std::move(colors), precision);
+  if (!platform::isValidUTF8(bytesOf(text))) {
+    throw DotLottieError(DotLottieError::Code::utf8EncodeFailed);
+  }
+  return rebuildArchive(dotLottieURL, json.path, text);
+}
+
+fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& jsonPath,
+                                       std::string_view jsonData) {
+  std::unique_ptr<ziploom::Archive> source = ziploom::Archive::make(url, ziploom::AccessMode::read);
+  if (!source) {
+    throw DotLottieError(DotLottieError::Code::failedToReadOriginalArchive);
+  }
+  const fs::path work = platform::temporaryDirectory() / platform::Uuid::random().uuidString();
+  // Every entry is checked before anything is written, so a hostile archive leaves nothing.
+  for (const ziploom::Entry& entry : *source) {
+    if (!staysInside(work, entry.path())) {
+      throw DotLottieError(DotLottieError::Code::entryOutsideWorkFolder, entry.path());
+    }
+  }
+  fs::create_directories(work);
+  for (const ziploom::Entry& entry : *source) {
+    const fs::path destination = destinationOf(work, entry.path());
+    fs::create_directories(destination.parent_path());
+    source->extract(entry, destination, ziploom::defaultReadChunkSize, false, false, nullptr);
+  }
+  writeAtomically(destinationOf(work, jsonPath), jsonData);
+
+  const fs::path output = platform::temporaryDirectory() /
+                          ("modified_" + platform::Uuid::random().uuidString() + ".lottie");
+  std::unique_ptr<ziploom::Archive> archive =
+      ziploom::Archive::make(output, ziploom::AccessMode::create);
+  if (!archive) {
+    throw DotLottieError(DotLottieError::Code::failedToCreateNewArchive);
+  }
+  std::error_code error;
+  fs::recursive_directory_iterator items(work, error);
+  if (error) {
+    return output;
+  }
+  const std::string prefix = work.string() + "/";
+  for (const fs::directory_entry& item : items) {
+    const std::string relative = removingAll(item.path().string(), prefix);
+    archive->addEntry(relative, ziploom::Archive::FileURL{work / relative},
+                      ziploom::CompressionMethod::none, ziploom::defaultWriteChunkSize, nullptr);
+  }
+  return output;
+}
+
+} // namespace frameloom

@@ -1,0 +1,77 @@
+#include "platform/system/LowMemorySignal.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+#include <vector>
+
+using frameloom::platform::LowMemorySignal;
+
+TEST(LowMemorySignal, DeliversToCurrentSubscribersOnly) {
+  LowMemorySignal signal;
+  std::vector<int> calls;
+  auto first = signal.subscribe([&] { calls.push_back(1); });
+  {
+    auto second = signal.subscribe([&] { calls.push_back(2); });
+    signal.post();
+  }
+  signal.post();
+  first.reset();
+  signal.post();
+  EXPECT_EQ(calls, (std::vector<int>{1, 2, 1}));
+}
+
+TEST(LowMemorySignal, MovedSubscriptionStaysActiveUntilItsNewOwnerEnds) {
+  LowMemorySignal signal;
+  int calls = 0;
+  LowMemorySignal::Subscription kept;
+  {
+    auto original = signal.subscribe([&] { ++calls; });
+    kept = std::move(original);
+  }
+  signal.post();
+  EXPECT_EQ(calls, 1);
+  kept = LowMemorySignal::Subscription();
+  signal.post();
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(LowMemorySignal, CallbacksMayUnsubscribeAndSubscribeDuringDelivery) {
+  LowMemorySignal signal;
+  int selfCalls = 0;
+  int lateCalls = 0;
+  std::optional<LowMemorySignal::Subscription> self;
+  LowMemorySignal::Subscription late;
+  self = signal.subscribe([&] {
+    ++selfCalls;
+    self.reset();
+    late = signal.subscribe([&] { ++lateCalls; });
+  });
+  signal.post();
+  signal.post();
+  EXPECT_EQ(selfCalls, 1);
+  EXPECT_EQ(lateCalls, 1);
+}
+
+// Once unsubscribing has returned, the callback must not be running on another thread: the
+// subscriber's state it uses may be gone.
+TEST(LowMemorySignal, UnsubscribeWaitsForCallsInProgressOnOtherThreads) {
+  LowMemorySignal signal;
+  std::atomic<bool> stop{false};
+  std::thread poster([&] {
+    while (!stop.load()) {
+      signal.post();
+    }
+  });
+  for (int round = 0; round < 200; ++round) {
+    auto alive = std::make_unique<std::atomic<int>>(0);
+    auto subscription = signal.subscribe([counter = alive.get()] { counter->fetch_add(1); });
+    std::this_thread::yield();
+    subscription.reset();
+    alive.reset();
+  }
+  stop = true;
+  poster.join();
+}

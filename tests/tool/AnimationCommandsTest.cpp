@@ -1,0 +1,101 @@
+// Runs the built tool's animation commands on archives made by Python's zipfile.
+
+#include "../frameloom/TestArchives.h"
+#include "ColorArguments.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <sys/wait.h>
+
+using frameloom::testing::makeArchive;
+using frameloom::testing::readFile;
+using frameloom::testing::TemporaryFolder;
+
+namespace {
+
+struct ToolRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+ToolRun runTool(const std::string& arguments, const TemporaryFolder& folder) {
+  const auto errPath = folder.path() / "stderr.txt";
+  const std::string command = "TMPDIR='" + folder.path().string() + "' '" FRAMELOOM_TOOL_PATH "' " +
+                              arguments + " 2>'" + errPath.string() + "'";
+  std::FILE* pipe = popen(command.c_str(), "r");
+  std::string out;
+  std::array<char, 4096> buffer;
+  while (const std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
+    out.append(buffer.data(), n);
+  }
+  const int status = pclose(pipe);
+  return ToolRun{WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, readFile(errPath)};
+}
+
+TEST(ColorArguments, ParsesTheThreeForms) {
+  const auto colors = frameloom::tool::parseColorList("#f00, #00FF0080,#336699");
+  ASSERT_EQ(colors.size(), 3u);
+  EXPECT_EQ(colors[0], (std::vector<double>{1, 0, 0, 1}));
+  EXPECT_EQ(colors[1], (std::vector<double>{0, 1, 0, 128 / 255.0}));
+  EXPECT_EQ(colors[2], (std::vector<double>{0x33 / 255.0, 0x66 / 255.0, 0x99 / 255.0, 1}));
+  for (const char* bad : {"", "f00", "#f0", "#f00,", "#ff00gg", "#fffff", "#f00;#0f0"}) {
+    EXPECT_THROW(frameloom::tool::parseColorList(bad), std::invalid_argument) << bad;
+  }
+  EXPECT_EQ(frameloom::tool::formatHexColor({1, 0.5, -1, 2}), "#FF8000FF");
+  EXPECT_EQ(frameloom::tool::formatHexColor({0.2, 0.4, 0.6}), "#336699FF");
+}
+
+class AnimationCommands : public ::testing::Test {
+protected:
+  void SetUp() override {
+    archive = folder.path() / "in.lottie";
+    makeArchive(archive,
+                {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
+                                       R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
+  }
+
+  TemporaryFolder folder;
+  std::filesystem::path archive;
+};
+
+TEST_F(AnimationCommands, InfoAndPalette) {
+  const ToolRun info = runTool("info '" + archive.string() + "'", folder);
+  EXPECT_EQ(info.status, 0);
+  EXPECT_EQ(info.out, "size: 512 x 256.5\n");
+
+  const ToolRun palette = runTool("palette '" + archive.string() + "'", folder);
+  EXPECT_EQ(palette.status, 0);
+  EXPECT_EQ(palette.out, "#FF0000FF 1.0,0.0,0.0,1.0 2\n#0000FFFF 0.0,0.0,1.0,1.0 1\n");
+}
+
+TEST_F(AnimationCommands, RecolorMovesTheCopyToTheOutput) {
+  const auto output = folder.path() / "out.lottie";
+  const ToolRun run = runTool("recolor '" + archive.string() + "' --colors '#0f0' --output '" +
+                                  output.string() + "'",
+                              folder);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, output.string() + "\n");
+  const ToolRun palette = runTool("palette '" + output.string() + "'", folder);
+  EXPECT_EQ(palette.out, "#00FF00FF 0.0,1.0,0.0,1.0 3\n");
+}
+
+TEST_F(AnimationCommands, ReportsFailuresOnOneLine) {
+  const ToolRun missing =
+      runTool("info '" + (folder.path() / "none.lottie").string() + "'", folder);
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_TRUE(missing.err.starts_with("frameloom: ")) << missing.err;
+  EXPECT_NE(missing.err.find("none.lottie"), std::string::npos);
+  EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1);
+
+  const ToolRun badColor = runTool("recolor '" + archive.string() + "' --colors red", folder);
+  EXPECT_EQ(badColor.status, 2);
+  EXPECT_TRUE(badColor.out.empty());
+}
+
+} // namespace

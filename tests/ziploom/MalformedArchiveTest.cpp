@@ -1,0 +1,92 @@
+// Damaged archives must give an error or a short enumeration: never a crash, a hang or an
+// out-of-bounds access (run under AddressSanitizer to see the latter).
+#include "ArchiveBuilder.h"
+
+#include "ziploom/Archive.h"
+#include "ziploom/Compression.h"
+#include "ziploom/Errors.h"
+
+#include <gtest/gtest.h>
+
+using namespace ziploom;
+using namespace ziploom::testsupport;
+
+namespace {
+
+// Opens, enumerates and extracts everything; returns the number of entries seen.
+std::size_t readEverything(const Bytes& bytes) {
+  auto archive = Archive::make(bytes, Archive::AccessMode::read);
+  if (!archive) {
+    return 0;
+  }
+  std::size_t count = 0;
+  for (const auto& entry : *archive) {
+    ++count;
+    (void)entry.fileAttributes();
+    try {
+      archive->extract(entry, 512, false, nullptr, [](ByteView) {});
+    } catch (const ArchiveError&) {
+    } catch (const DataError&) {
+    } catch (const CompressionError&) {
+    }
+  }
+  (void)(*archive)["missing"];
+  return count;
+}
+
+Bytes sample() {
+  Bytes text;
+  for (int i = 0; i < 300; ++i) {
+    text.push_back(static_cast<std::uint8_t>('a' + i % 7));
+  }
+  return buildArchive(
+      {{.name = "stored.txt", .data = bytesOf("plain")},
+       {.name = "deflated.txt", .data = text, .deflate = true},
+       {.name = "described", .data = text, .deflate = true, .dataDescriptor = true},
+       {.name = "wide", .data = bytesOf("zip64"), .zip64 = true},
+       {.name = "link", .data = bytesOf("stored.txt"), .externalAttributes = 0120777u << 16}},
+      {.comment = bytesOf("comment"), .zip64End = true});
+}
+
+} // namespace
+
+TEST(MalformedArchive, EveryTruncationIsReadSafely) {
+  const auto bytes = sample();
+  ASSERT_EQ(readEverything(bytes), 5u);
+  for (std::size_t size = 0; size < bytes.size(); ++size) {
+    readEverything(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)));
+  }
+}
+
+TEST(MalformedArchive, EveryDamagedByteIsReadSafely) {
+  const auto bytes = sample();
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    for (std::uint8_t value : {0x00, 0xFF, 0x7F, 0x80}) {
+      auto damaged = bytes;
+      damaged[i] = value;
+      readEverything(damaged);
+    }
+  }
+}
+
+TEST(MalformedArchive, DirectoriesThatPointPastTheEndGiveShortEnumerations) {
+  auto bytes = buildArchive({{.name = "a", .data = bytesOf("x")}, {.name = "b"}});
+  const auto end = bytes.size() - 22;
+  // Central directory offset beyond the file.
+  auto past = bytes;
+  past[end + 16] = 0xF0;
+  past[end + 19] = 0x7F;
+  EXPECT_EQ(readEverything(past), 0u);
+  // Local header offset of the first entry beyond the file.
+  const auto directory = bytes[end + 16] | bytes[end + 17] << 8;
+  auto local = bytes;
+  local[directory + 42 + 3] = 0x7F;
+  EXPECT_EQ(readEverything(local), 0u);
+  // A ZIP64 end record that points beyond anything a file position can reach.
+  auto wide = sample();
+  const auto record = wide.size() - 22 - 7 - 20 - 56;
+  for (std::size_t i = 48; i < 56; ++i) {
+    wide[record + i] = 0xFF;
+  }
+  EXPECT_EQ(readEverything(wide), 0u);
+}
