@@ -1,0 +1,48 @@
+#include "platform/runtime/MainLoop.h"
+
+#include <asio/executor_work_guard.hpp>
+
+namespace frameloom::platform {
+
+MainLoop& MainLoop::shared() {
+  // Never destroyed: handlers may still be queued, or posted, while the process exits.
+  static MainLoop* const loop = new MainLoop;
+  return *loop;
+}
+
+MainLoop::RunningScope::RunningScope(MainLoop& loop) : loop_(loop) {
+  if (loop_.running_.exchange(true, std::memory_order_acq_rel)) {
+    throw RuntimeError(RuntimeError::Code::loopAlreadyRunning);
+  }
+}
+
+MainLoop::RunningScope::~RunningScope() {
+  loop_.running_.store(false, std::memory_order_release);
+}
+
+void MainLoop::run() {
+  RunningScope running(*this);
+  runUntil(std::nullopt);
+}
+
+void MainLoop::runFor(std::chrono::steady_clock::duration duration) {
+  RunningScope running(*this);
+  runUntil(std::chrono::steady_clock::now() + duration);
+}
+
+void MainLoop::stop() {
+  context_.stop();
+}
+
+void MainLoop::runUntil(std::optional<std::chrono::steady_clock::time_point> deadline) {
+  context_.restart();
+  // The loop waits for work rather than returning when its queue is momentarily empty.
+  auto idle = asio::make_work_guard(context_);
+  if (deadline) {
+    context_.run_until(*deadline);
+  } else {
+    context_.run();
+  }
+}
+
+} // namespace frameloom::platform
