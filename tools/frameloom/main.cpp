@@ -5,6 +5,7 @@
 
 #include "AnimationCommands.h"
 #include "ArchiveCommands.h"
+#include "CacheCommands.h"
 #include "frameloom/Version.h"
 
 #include <CLI/CLI.hpp>
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   frameloom::tool::addAnimationCommands(app);
   frameloom::tool::addArchiveCommands(app);
+  frameloom::tool::addCacheCommands(app);
   app.set_version_flag("--version", std::string(FrameloomVersionString)
                                         .substr(0, std::string(FrameloomVersionString).find('\n')));
 

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace frameloom::tool {
+
+// Registers `frameloom fetch URL` and `frameloom cache clear`: the download cache.
+void addCacheCommands(CLI::App& app);
+
+} // namespace frameloom::tool
