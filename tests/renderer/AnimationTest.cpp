@@ -26,10 +26,10 @@ std::vector<std::uint8_t> halvesDocument() {
 DotLottieAnimation make(const std::vector<std::uint8_t>& bytes,
                         std::optional<std::int64_t> width = std::nullopt,
                         std::optional<std::int64_t> height = std::nullopt) {
-  AnimationConfig config;
+  AnimationConfig config{};
   config.width = width;
   config.height = height;
-  return DotLottieAnimation(bytes, config);
+  return DotLottieAnimation(bytes, std::move(config));
 }
 
 TEST(DotLottieAnimationTest, ReportsFramesAndDurationOfTheTimeline) {

@@ -6,6 +6,7 @@
 #include "AnimationCommands.h"
 #include "ArchiveCommands.h"
 #include "CacheCommands.h"
+#include "RenderCommand.h"
 #include "frameloom/Version.h"
 
 #include <CLI/CLI.hpp>
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
   frameloom::tool::addAnimationCommands(app);
   frameloom::tool::addArchiveCommands(app);
   frameloom::tool::addCacheCommands(app);
+  frameloom::tool::addRenderCommand(app);
   app.set_version_flag("--version", std::string(FrameloomVersionString)
                                         .substr(0, std::string(FrameloomVersionString).find('\n')));
 

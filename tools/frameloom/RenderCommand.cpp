@@ -1,0 +1,180 @@
+#include "RenderCommand.h"
+
+#include "ColorArguments.h"
+#include "frameloom/DotLottieActor.h"
+#include "platform/graphics/ContactSheet.h"
+#include "platform/graphics/Png.h"
+#include "platform/runtime/MainLoop.h"
+
+#include <unistd.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace frameloom::tool {
+
+namespace {
+
+struct RenderOptions {
+  std::string source;
+  std::string colors;
+  std::string size = "250x250";
+  std::optional<float> frame;
+  std::string sheet;
+  std::string output;
+};
+
+// "AxB" as two positive finite numbers; throws std::invalid_argument naming `what` otherwise.
+template <class Number>
+std::pair<Number, Number> parsePair(const std::string& text, const char* what) {
+  const auto x = text.find('x');
+  Number first{};
+  Number second{};
+  const char* end = text.data() + text.size();
+  if (x != std::string::npos) {
+    const auto [firstEnd, firstError] = std::from_chars(text.data(), text.data() + x, first);
+    const auto [secondEnd, secondError] = std::from_chars(text.data() + x + 1, end, second);
+    if (firstError == std::errc() && firstEnd == text.data() + x && secondError == std::errc() &&
+        secondEnd == end && first > 0 && second > 0 && std::isfinite(double(first)) &&
+        std::isfinite(double(second))) {
+      return {first, second};
+    }
+  }
+  throw std::invalid_argument(std::string("invalid ") + what + " '" + text + "'");
+}
+
+std::string shortest(double value) {
+  char buffer[32];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+  return std::string(buffer, result.ptr);
+}
+
+// Draws "[####      ] 4/10" on standard error when it is a terminal.
+class ProgressBar {
+public:
+  explicit ProgressBar(std::size_t total) : total_(total), shown_(::isatty(STDERR_FILENO) == 1) {}
+  ~ProgressBar() {
+    if (shown_) {
+      std::cerr << "\n";
+    }
+  }
+  void update(std::size_t done) const {
+    if (!shown_) {
+      return;
+    }
+    constexpr std::size_t width = 30;
+    const std::size_t filled = total_ ? done * width / total_ : width;
+    std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] "
+              << done << "/" << total_ << std::flush;
+  }
+
+private:
+  std::size_t total_;
+  bool shown_;
+};
+
+asio::awaitable<DotLottieActor::Animation> loadSource(const RenderOptions& options,
+                                                      platform::Size size) {
+  std::optional<std::vector<platform::Color>> colors;
+  if (!options.colors.empty()) {
+    colors.emplace();
+    for (const std::vector<double>& c : parseColorList(options.colors)) {
+      colors->emplace_back(c[0], c[1], c[2], c[3]);
+    }
+  }
+  co_return co_await DotLottieActor::load(platform::Url::fromFilePath(options.source), size,
+                                          std::move(colors));
+}
+
+// The frame numbers to render: the one asked for, or one per sheet cell spread evenly from the
+// first frame to the last.
+std::vector<float> framesToRender(const RenderOptions& options, float totalFrames) {
+  const float last = std::max(0.0f, totalFrames - 1);
+  if (options.frame) {
+    if (!std::isfinite(*options.frame) || *options.frame < 0 || *options.frame > totalFrames) {
+      throw std::invalid_argument("frame " + shortest(*options.frame) +
+                                  " is outside the animation's 0..." + shortest(totalFrames));
+    }
+    return {*options.frame};
+  }
+  if (options.sheet.empty()) {
+    return {0};
+  }
+  const auto [columns, rows] = parsePair<std::size_t>(options.sheet, "sheet");
+  const std::size_t count = columns * rows;
+  if (count > 10000) {
+    throw std::invalid_argument("a sheet holds at most 10000 frames");
+  }
+  std::vector<float> frames;
+  for (std::size_t i = 0; i < count; ++i) {
+    frames.push_back(count == 1 ? 0 : static_cast<float>(i) * last / static_cast<float>(count - 1));
+  }
+  return frames;
+}
+
+asio::awaitable<void> render(const RenderOptions& options) {
+  const auto [width, height] = parsePair<double>(options.size, "size");
+  if (width >= platform::Image::maxDimension + 1 || height >= platform::Image::maxDimension + 1) {
+    throw std::invalid_argument("size " + options.size + " is beyond 16384 pixels on a side");
+  }
+  DotLottieActor::Animation animation = co_await loadSource(options, {width, height});
+  if (!animation) {
+    throw std::runtime_error("cannot load " + options.source);
+  }
+  std::exception_ptr failure;
+  try {
+    const std::vector<float> frames = framesToRender(options, animation->totalFrames());
+    ProgressBar progress(frames.size());
+    std::vector<std::shared_ptr<const platform::Image>> images;
+    for (const float frame : frames) {
+      auto image = co_await DotLottieActor::shared().seek(frame, animation);
+      if (!image) {
+        throw std::runtime_error("no image for frame " + shortest(frame) + " of " + options.source);
+      }
+      images.push_back(std::move(image));
+      progress.update(images.size());
+    }
+    if (options.sheet.empty()) {
+      platform::writePng(*images.front(), options.output);
+    } else {
+      const auto [columns, rows] = parsePair<std::size_t>(options.sheet, "sheet");
+      platform::writePng(*platform::makeContactSheet(images, columns, rows), options.output);
+    }
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  co_await DotLottieActor::shared().destroy(animation);
+  if (failure) {
+    std::rethrow_exception(failure);
+  }
+}
+
+} // namespace
+
+void addRenderCommand(CLI::App& app) {
+  auto options = std::make_shared<RenderOptions>();
+  auto* command = app.add_subcommand(
+      "render", "Render one frame or a contact sheet of an animation to a PNG file");
+  command->add_option("SOURCE", options->source, "A .lottie file")->required();
+  command->add_option("--colors", options->colors,
+                      "Replacement colours: #RGB, #RRGGBB or #RRGGBBAA, separated by commas");
+  command->add_option("--size", options->size, "Pixel size WxH (default 250x250)");
+  auto* frame = command->add_option("--frame", options->frame, "The frame number to render");
+  command->add_option("--sheet", options->sheet, "A COLSxROWS sheet of evenly spaced frames")
+      ->excludes(frame);
+  command->add_option("--output", options->output, "The PNG file to write")->required();
+  command->callback([options] {
+    platform::MainLoop::shared().runUntilComplete(render(*options));
+    std::cout << options->output << "\n";
+  });
+}
+
+} // namespace frameloom::tool
