@@ -59,6 +59,9 @@ bool isRemote(const platform::Url& url) {
 
 } // namespace
 
+LottiePlayer::LottiePlayer(float frameRate)
+    : LottiePlayer(frameRate, PlayerServices::shared(), platform::DisplayLink::Clock::mainLoop) {}
+
 LottiePlayer::LottiePlayer(float frameRate, std::shared_ptr<PlayerServices> services,
                            platform::DisplayLink::Clock clock)
     : frameRate_(frameRate), services_(std::move(services)), self_(this, [](LottiePlayer*) {}) {

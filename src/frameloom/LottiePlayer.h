@@ -29,8 +29,10 @@ namespace frameloom {
 class LottiePlayer {
 public:
   // Creates the display link, paused, asking for `frameRate` frames per second (at least 5),
-  // and attaches it to the main loop. With a manual clock the link ticks only when the caller
-  // fires it (see displayLink()).
+  // and attaches it to the main loop. Uses the shared cache and actor.
+  explicit LottiePlayer(float frameRate);
+  // The same with the given services and, for a manual clock, a link that ticks only when the
+  // caller fires it (see displayLink()).
   LottiePlayer(float frameRate, std::shared_ptr<PlayerServices> services,
                platform::DisplayLink::Clock clock);
   ~LottiePlayer();

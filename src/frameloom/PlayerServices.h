@@ -13,8 +13,8 @@
 
 namespace frameloom {
 
-// What a LottiePlayer asks of the download cache and of the animation actor; tests give a player
-// their own.
+// What a LottiePlayer asks of the download cache and of the animation actor. The shared instance
+// forwards to LottieCache::shared() and DotLottieActor::shared(); tests give a player their own.
 // Every operation may be awaited from any executor and resumes the caller on its own executor.
 class PlayerServices {
 public:
@@ -34,6 +34,9 @@ public:
   virtual asio::awaitable<Frame> seek(float frame, Model model) = 0;
   // DotLottieActor::destroy: releases the renderer's resources of `model`.
   virtual asio::awaitable<void> destroy(Model model) = 0;
+
+  // The cache's and the actor's shared instances, made on first use and never destroyed.
+  static std::shared_ptr<PlayerServices> shared();
 };
 
 } // namespace frameloom
