@@ -102,7 +102,11 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
   auto writer = std::make_shared<FrameWriter>(options.output);
   LottiePlayer player(options.fps);
   player.setDelegate(writer);
-  co_await player.loadAnimation(sourceUrl(options.source));
+  try {
+    co_await player.loadAnimation(sourceUrl(options.source));
+  } catch (const std::exception& error) {
+    throw std::runtime_error(options.source + ": " + error.what());
+  }
   if (!player.isAnimationLoaded()) {
     throw std::runtime_error("cannot load an animation from " + options.source);
   }
