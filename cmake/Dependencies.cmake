@@ -19,6 +19,10 @@ target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
 # translation unit keeps its allocation and release functions in agreement.
 target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
 target_link_libraries(asio INTERFACE Threads::Threads)
+# Asio looks for Clang's coroutines only in libc++; Clang 14 supports those of libstdc++ too.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_definitions(asio INTERFACE ASIO_HAS_CO_AWAIT=1 ASIO_HAS_STD_COROUTINE=1)
+endif()
 
 if(FRAMELOOM_BUILD_TESTS)
   find_package(GTest REQUIRED)

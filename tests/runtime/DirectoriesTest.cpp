@@ -28,25 +28,16 @@ private:
 
 } // namespace
 
-TEST(Directories, CachesDirectoryFollowsXdgThenHome) {
+TEST(Directories, FollowTheEnvironment) {
   ScopedEnvironment home("HOME", "/home/someone");
   {
     ScopedEnvironment xdg("XDG_CACHE_HOME", "/var/cache/someone");
-    EXPECT_EQ(userCachesDirectory(), "/var/cache/someone");
-  }
-  {
-    ScopedEnvironment relative("XDG_CACHE_HOME", "relative/cache");
-    EXPECT_EQ(userCachesDirectory(), "/home/someone/.cache");
-  }
-  ScopedEnvironment empty("XDG_CACHE_HOME", "");
-  EXPECT_EQ(userCachesDirectory(), "/home/someone/.cache");
-}
-
-TEST(Directories, TemporaryDirectoryFollowsTmpdir) {
-  {
     ScopedEnvironment tmpdir("TMPDIR", "/scratch");
+    EXPECT_EQ(userCachesDirectory(), "/var/cache/someone");
     EXPECT_EQ(temporaryDirectory(), "/scratch");
   }
+  ScopedEnvironment relative("XDG_CACHE_HOME", "relative/cache");
   ScopedEnvironment unset("TMPDIR", nullptr);
+  EXPECT_EQ(userCachesDirectory(), "/home/someone/.cache");
   EXPECT_EQ(temporaryDirectory(), "/tmp");
 }

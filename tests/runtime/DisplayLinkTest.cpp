@@ -4,15 +4,39 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <thread>
 #include <vector>
 
 using namespace frameloom::platform;
+using namespace std::chrono_literals;
+
+namespace {
+
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// Whether `later - earlier` is a positive whole number of periods.
+bool isWholePeriodsApart(double earlier, double later, double period) {
+  double periods = (later - earlier) / period;
+  return periods > 0.5 && std::abs(periods - std::round(periods)) < 1e-3;
+}
+
+} // namespace
 
 TEST(DisplayLink, ManualTicksRespectPauseAndInvalidation) {
   std::vector<double> ticks;
   auto link = DisplayLink::make([&](DisplayLink& link) { ticks.push_back(link.timestamp()); },
                                 DisplayLink::Clock::manual);
   EXPECT_TRUE(link->isPaused());
+  link->addToMainLoop();
+  link->setPaused(false);
+  MainLoop::shared().runFor(30ms);
+  EXPECT_TRUE(ticks.empty()) << "a manual link ticked by itself";
+  link->setPaused(true);
   link->fire(1.0);
   link->setPaused(false);
   link->fire(2.0);
@@ -23,4 +47,90 @@ TEST(DisplayLink, ManualTicksRespectPauseAndInvalidation) {
   link->invalidate();
   link->fire(4.0);
   EXPECT_EQ(ticks, (std::vector<double>{2.0, 2.5}));
+  EXPECT_FALSE(link->isValid());
+}
+
+TEST(DisplayLink, RateFollowsThePreferredRateWithinTheRange) {
+  auto link = DisplayLink::make([](DisplayLink&) {}, DisplayLink::Clock::manual);
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 60);
+  link->setPreferredFrameRateRange({5, 30, 30});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 30);
+  link->setPreferredFrameRateRange({20, 30, 10});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 20);
+  link->setPreferredFrameRateRange({0, NAN, -3});
+  EXPECT_DOUBLE_EQ(link->duration(), 1.0 / 60);
+}
+
+// Real time: ticks arrive only while unpaused, on the main thread, with timestamps on a grid of
+// whole periods; a slow tick is followed by the next grid point ahead, not by a burst.
+TEST(DisplayLink, TicksOnAFixedGridWithoutBursts) {
+  struct Tick {
+    double timestamp;
+    double finished;
+  };
+  std::vector<Tick> ticks;
+  auto link = DisplayLink::make([&](DisplayLink& link) {
+    EXPECT_TRUE(MainLoop::shared().isMainThread());
+    if (ticks.size() == 3) {
+      std::this_thread::sleep_for(45ms); // several periods late
+    }
+    ticks.push_back({link.timestamp(), now()});
+  });
+  link->setPreferredFrameRateRange({5, 100, 100});
+  link->addToMainLoop();
+  MainLoop::shared().runFor(30ms);
+  EXPECT_TRUE(ticks.empty()) << "a paused link must not tick";
+
+  link->setPaused(false);
+  while (ticks.size() < 8) {
+    MainLoop::shared().runFor(50ms);
+  }
+  link->setPaused(true);
+  std::size_t count = ticks.size();
+  MainLoop::shared().runFor(30ms);
+  EXPECT_EQ(ticks.size(), count) << "ticks after pausing";
+
+  for (std::size_t i = 1; i < count; ++i) {
+    EXPECT_TRUE(isWholePeriodsApart(ticks[i - 1].timestamp, ticks[i].timestamp, 0.01))
+        << "tick " << i << " is off the grid";
+    EXPECT_GT(ticks[i].timestamp, ticks[i - 1].finished) << "tick " << i << " is a burst";
+  }
+  EXPECT_GE(ticks[4].timestamp - ticks[3].timestamp, 0.04);
+}
+
+TEST(DisplayLink, InvalidatingFromTheTargetStopsItAndReleasesTheTarget) {
+  auto owner = std::make_shared<int>(0);
+  std::weak_ptr<int> watched = owner;
+  auto link = DisplayLink::make([owner = std::move(owner)](DisplayLink& link) {
+    if (++*owner == 3) {
+      link.invalidate();
+    }
+  });
+  link->setPreferredFrameRateRange({5, 200, 200});
+  link->addToMainLoop();
+  link->setPaused(false);
+  while (link->isValid()) {
+    MainLoop::shared().runFor(20ms);
+  }
+  EXPECT_TRUE(watched.expired()) << "the target is still held";
+  link->setPaused(true);
+  link->setPaused(false);
+  MainLoop::shared().runFor(30ms);
+}
+
+TEST(DisplayLink, TargetMayDropTheLastReferenceToItsLink) {
+  int ticks = 0;
+  std::shared_ptr<DisplayLink> link;
+  link = DisplayLink::make([&](DisplayLink&) {
+    ++ticks;
+    link.reset();
+  });
+  link->setPreferredFrameRateRange({5, 200, 200});
+  link->addToMainLoop();
+  link->setPaused(false);
+  while (link) {
+    MainLoop::shared().runFor(20ms);
+  }
+  MainLoop::shared().runFor(30ms);
+  EXPECT_EQ(ticks, 1);
 }

@@ -3,26 +3,27 @@
 #include "platform/runtime/SharedExecutor.h"
 
 #include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
-#include <asio/use_awaitable.hpp>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <stdexcept>
-#include <thread>
 
 using namespace frameloom::platform;
-using namespace std::chrono_literals;
 
 namespace {
 
+asio::awaitable<void> nothing() {
+  co_return;
+}
+
 asio::awaitable<int> answerAfterAHopToThePool() {
-  co_await runOn(sharedExecutor(), []() -> asio::awaitable<void> { co_return; }());
+  co_await runOn(sharedExecutor(), nothing());
   co_return 42;
 }
 
 } // namespace
 
-TEST(MainLoop, RunUntilCompleteReturnsTheValueOnTheMainThread) {
+TEST(MainLoop, RunUntilCompleteReturnsTheValueOrFailureOnTheMainThread) {
   auto& loop = MainLoop::shared();
   EXPECT_FALSE(loop.isMainThread());
   int value = loop.runUntilComplete([]() -> asio::awaitable<int> {
@@ -32,12 +33,63 @@ TEST(MainLoop, RunUntilCompleteReturnsTheValueOnTheMainThread) {
     co_return answer;
   }());
   EXPECT_EQ(value, 42);
-}
+  EXPECT_FALSE(loop.isMainThread());
 
-TEST(MainLoop, RunUntilCompleteRethrows) {
-  EXPECT_THROW(MainLoop::shared().runUntilComplete([]() -> asio::awaitable<void> {
+  EXPECT_THROW(loop.runUntilComplete([]() -> asio::awaitable<void> {
     throw std::domain_error("broken");
     co_return;
   }()),
                std::domain_error);
+}
+
+// Stopping the loop while work is pending keeps that work for the next run.
+TEST(MainLoop, AwaitedWorkInterruptedByStopFinishesOnTheNextRun) {
+  auto& loop = MainLoop::shared();
+  auto task = spawn(loop.executor(), []() -> asio::awaitable<int> {
+    MainLoop::shared().stop();
+    co_await runOn(sharedExecutor(), nothing());
+    co_return 5;
+  }());
+  try {
+    loop.runUntilComplete(task.value());
+    ADD_FAILURE() << "the run should have been stopped";
+  } catch (const RuntimeError& error) {
+    EXPECT_EQ(error.code(), RuntimeError::Code::loopStopped);
+  }
+  EXPECT_EQ(loop.runUntilComplete(task.value()), 5);
+}
+
+TEST(MainLoop, RunningItAgainFromInsideIsRefused) {
+  auto& loop = MainLoop::shared();
+  loop.runUntilComplete([](MainLoop& loop) -> asio::awaitable<void> {
+    try {
+      loop.runFor(std::chrono::milliseconds(1));
+      ADD_FAILURE() << "a nested run should be refused";
+    } catch (const RuntimeError& error) {
+      EXPECT_EQ(error.code(), RuntimeError::Code::loopAlreadyRunning);
+    }
+    co_return;
+  }(loop));
+}
+
+// Work submitted while the process exits, before and after the pool's threads are joined, is
+// accepted and dropped; the process still exits normally.
+TEST(SharedExecutorDeathTest, SubmittingWorkDuringExitIsHarmless) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::atexit([] {
+          asio::post(sharedExecutor(), [] {});
+          asio::post(MainLoop::shared().executor(), [] {});
+        });
+        struct Busy {
+          static void again() { asio::post(sharedExecutor(), again); }
+        };
+        for (int i = 0; i < 4; ++i) {
+          asio::post(sharedExecutor(), Busy::again);
+        }
+        std::atexit([] { spawnDetached(sharedExecutor(), nothing()); });
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
 }

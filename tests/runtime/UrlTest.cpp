@@ -35,11 +35,6 @@ TEST(Url, FileUrlsRoundTripPathsWithAwkwardCharacters) {
   EXPECT_EQ(parsed->path(), "/x/../y");
 }
 
-TEST(Url, RelativeFilePathsAreMadeAbsolute) {
-  Url url = Url::fromFilePath("some.lottie");
-  EXPECT_EQ(url.path(), std::filesystem::current_path() / "some.lottie");
-}
-
 TEST(Url, MemoryUrl) {
   EXPECT_EQ(Url::memory().absoluteString(), "memory://");
   EXPECT_EQ(Url::memory().scheme(), "memory");

@@ -35,6 +35,7 @@ void MainLoop::stop() {
 }
 
 void MainLoop::runUntil(std::optional<std::chrono::steady_clock::time_point> deadline) {
+  runs_.fetch_add(1);
   context_.restart();
   // The loop waits for work rather than returning when its queue is momentarily empty.
   auto idle = asio::make_work_guard(context_);

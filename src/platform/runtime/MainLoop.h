@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <type_traits>
@@ -72,10 +73,12 @@ private:
   template <class T>
   static asio::awaitable<void> finishAndStop(asio::awaitable<T> work,
                                              std::shared_ptr<detail::TaskState<T>> state,
-                                             MainLoop* loop);
+                                             MainLoop* loop, std::uint64_t run);
 
   mutable asio::io_context context_{1};
   std::atomic<bool> running_{false};
+  // How many runs have started; the current run's number while running.
+  std::atomic<std::uint64_t> runs_{0};
 };
 
 template <class T>
@@ -83,7 +86,7 @@ T MainLoop::runUntilComplete(asio::awaitable<T> work) {
   RunningScope running(*this);
   auto state = std::make_shared<detail::TaskState<T>>();
   asio::co_spawn(TaskExecutor<executor_type>(executor(), state->flag),
-                 finishAndStop(std::move(work), state, this), asio::detached);
+                 finishAndStop(std::move(work), state, this, runs_.load() + 1), asio::detached);
   runUntil(std::nullopt);
   if (!state->isFinished()) {
     throw RuntimeError(RuntimeError::Code::loopStopped);
@@ -98,9 +101,12 @@ T MainLoop::runUntilComplete(asio::awaitable<T> work) {
 template <class T>
 asio::awaitable<void> MainLoop::finishAndStop(asio::awaitable<T> work,
                                               std::shared_ptr<detail::TaskState<T>> state,
-                                              MainLoop* loop) {
+                                              MainLoop* loop, std::uint64_t run) {
   co_await detail::runAndStore(std::move(work), std::move(state));
-  loop->stop();
+  // Work abandoned by an earlier, stopped run must not end a later one.
+  if (loop->runs_.load() == run) {
+    loop->stop();
+  }
 }
 
 } // namespace frameloom::platform

@@ -20,6 +20,18 @@
 #include <variant>
 #include <vector>
 
+// Tasks: coroutines (asio::awaitable) started on an executor, with a cooperative cancelled flag.
+//
+// A note for every coroutine in the project, compiled with GCC 12: a lambda or a brace-built
+// aggregate that owns something with a destructor (a captured shared_ptr, string, vector), created
+// as a temporary inside a co_await expression, is destroyed twice. Name it first:
+//
+//     auto render = [model] { return model->render(); };   // not inside the co_await
+//     auto image = co_await actor.run(render);
+//
+// Lambdas capturing only references, pointers or numbers are safe inline. For the same reason,
+// hop between executors with runOn (or SerialExecutor::run), not co_spawn(..., use_awaitable).
+
 namespace frameloom::platform {
 namespace detail {
 
