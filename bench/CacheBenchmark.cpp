@@ -117,7 +117,7 @@ void BM_Download50MB(benchmark::State& state) {
     auto data = MainLoop::shared().runUntilComplete(f.cache->loadLottie(url));
     state.PauseTiming();
     data.reset();
-    f.cache->clearCache();
+    frameloom::platform::LowMemorySignal::shared().post();
     fs::remove(f.cache->cacheFile(url));
     state.ResumeTiming();
   }

@@ -5,6 +5,8 @@
 #include "platform/runtime/Task.h"
 #include "platform/system/Directories.h"
 
+#include <system_error>
+
 namespace frameloom {
 namespace {
 
@@ -48,54 +50,64 @@ asio::awaitable<LottieCache::Data> LottieCache::loadLottie(platform::Url from) {
   if (Data cached = memoryCache_.object(key)) {
     co_return cached;
   }
-  co_return co_await platform::runOn(platform::sharedExecutor(),
-                                     loadFromDiskOrNetwork(std::move(from), std::move(key)));
+  Outcome outcome = co_await platform::runOn(
+      platform::sharedExecutor(), loadFromDiskOrNetwork(std::move(from), std::move(key)));
+  if (const auto* error = std::get_if<LottieCacheError>(&outcome)) {
+    throw *error;
+  }
+  co_return std::get<Data>(std::move(outcome));
 }
 
-asio::awaitable<LottieCache::Data> LottieCache::loadFromDiskOrNetwork(platform::Url from,
-                                                                      std::string key) {
-  if (folder_.contains(key)) {
-    Data data;
-    try {
-      data = std::make_shared<const std::vector<std::uint8_t>>(folder_.read(key));
-    } catch (...) {
-      throw LottieCacheError::diskReadError(std::current_exception());
-    }
-    memoryCache_.setObject(key, data);
-    co_return data;
+asio::awaitable<LottieCache::Outcome> LottieCache::loadFromDiskOrNetwork(platform::Url from,
+                                                                         std::string key) {
+  Data data;
+  const bool onDisk = folder_.contains(key);
+  try {
+    data = onDisk ? readFromDisk(key) : downloadAndCache(from, key);
+  } catch (const LottieCacheError& error) {
+    co_return error;
   }
-  Data data = downloadAndCache(from, key);
-  if (co_await diskCacheSize() > maxDiskSize) {
+  if (!onDisk && co_await diskCacheSize() > maxDiskSize) {
     platform::spawnDetached(platform::sharedExecutor(), trim(folder_));
   }
   co_return data;
 }
 
-// Blocks the calling worker of the shared executor for the transfer and the write.
+LottieCache::Data LottieCache::readFromDisk(const std::string& key) {
+  Data data;
+  try {
+    data = std::make_shared<const std::vector<std::uint8_t>>(folder_.read(key));
+  } catch (const std::system_error& error) {
+    throw LottieCacheError::diskReadError(std::make_shared<std::system_error>(error));
+  }
+  memoryCache_.setObject(key, data);
+  return data;
+}
+
+// Blocks the calling worker of the shared executor for the transfer and the write. Every failure
+// after the transfer itself is wrapped once more in networkError.
 LottieCache::Data LottieCache::downloadAndCache(const platform::Url& from, const std::string& key) {
+  auto wrapped = [](LottieCacheError error) {
+    return LottieCacheError::networkError(std::make_shared<LottieCacheError>(std::move(error)));
+  };
   HttpResponse response;
   try {
     response = HttpTransfer(limits_).get(from.absoluteString());
-  } catch (...) {
-    throw LottieCacheError::networkError(std::current_exception());
+  } catch (const TransferError& error) {
+    throw LottieCacheError::networkError(std::make_shared<TransferError>(error));
   }
-  Data data;
+  if (response.statusCode != 200) {
+    throw wrapped(
+        LottieCacheError::networkError(std::make_shared<HttpStatusError>(response.statusCode)));
+  }
+  if (response.body.empty()) {
+    throw wrapped(LottieCacheError::invalidData());
+  }
+  auto data = std::make_shared<const std::vector<std::uint8_t>>(std::move(response.body));
   try {
-    if (response.statusCode != 200) {
-      throw LottieCacheError::networkError(
-          std::make_exception_ptr(HttpStatusError(response.statusCode)));
-    }
-    if (response.body.empty()) {
-      throw LottieCacheError::invalidData();
-    }
-    data = std::make_shared<const std::vector<std::uint8_t>>(std::move(response.body));
-    try {
-      folder_.write(key, *data);
-    } catch (...) {
-      throw LottieCacheError::diskWriteError(std::current_exception());
-    }
-  } catch (...) {
-    throw LottieCacheError::networkError(std::current_exception());
+    folder_.write(key, *data);
+  } catch (const std::system_error& error) {
+    throw wrapped(LottieCacheError::diskWriteError(std::make_shared<std::system_error>(error)));
   }
   memoryCache_.setObject(key, data);
   return data;

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <variant>
 #include <vector>
 
 namespace frameloom {
@@ -70,7 +71,12 @@ public:
   std::filesystem::path cacheFile(const platform::Url& url) const;
 
 private:
-  asio::awaitable<Data> loadFromDiskOrNetwork(platform::Url from, std::string key);
+  // What the shared executor hands back to a load: the bytes or the error, thrown on the caller's
+  // side so that no exception object is shared between threads.
+  using Outcome = std::variant<Data, LottieCacheError>;
+
+  asio::awaitable<Outcome> loadFromDiskOrNetwork(platform::Url from, std::string key);
+  Data readFromDisk(const std::string& key);
   Data downloadAndCache(const platform::Url& from, const std::string& key);
   void handleMemoryWarning();
 

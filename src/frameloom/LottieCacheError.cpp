@@ -19,20 +19,21 @@ const char* prefixOf(LottieCacheError::Code code) {
 
 } // namespace
 
-LottieCacheError::LottieCacheError(Code code, std::exception_ptr cause)
+LottieCacheError::LottieCacheError(Code code, ErrorCause cause)
     : code_(code), cause_(std::move(cause)),
-      description_(code == Code::invalidData ? "Invalid or corrupted data received"
-                                             : prefixOf(code) + describeError(cause_)) {}
+      description_(code == Code::invalidData
+                       ? "Invalid or corrupted data received"
+                       : prefixOf(code) + std::string(cause_ ? cause_->what() : "")) {}
 
-LottieCacheError LottieCacheError::networkError(std::exception_ptr cause) {
+LottieCacheError LottieCacheError::networkError(ErrorCause cause) {
   return {Code::networkError, std::move(cause)};
 }
 
-LottieCacheError LottieCacheError::diskWriteError(std::exception_ptr cause) {
+LottieCacheError LottieCacheError::diskWriteError(ErrorCause cause) {
   return {Code::diskWriteError, std::move(cause)};
 }
 
-LottieCacheError LottieCacheError::diskReadError(std::exception_ptr cause) {
+LottieCacheError LottieCacheError::diskReadError(ErrorCause cause) {
   return {Code::diskReadError, std::move(cause)};
 }
 
@@ -43,18 +44,5 @@ LottieCacheError LottieCacheError::invalidData() {
 HttpStatusError::HttpStatusError(long statusCode)
     : code_(statusCode), description_("The operation couldn't be completed. (HTTP error " +
                                       std::to_string(statusCode) + ".)") {}
-
-std::string describeError(const std::exception_ptr& error) {
-  if (!error) {
-    return "unknown error";
-  }
-  try {
-    std::rethrow_exception(error);
-  } catch (const std::exception& e) {
-    return e.what();
-  } catch (...) {
-    return "unknown error";
-  }
-}
 
 } // namespace frameloom

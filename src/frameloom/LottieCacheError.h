@@ -1,33 +1,38 @@
 #pragma once
 
 #include <exception>
+#include <memory>
 #include <string>
 
 namespace frameloom {
 
+// The underlying error of a LottieCacheError, shared by the errors that carry it. Its dynamic type
+// tells the kinds apart (LottieCacheError, HttpStatusError, TransferError, std::system_error).
+using ErrorCause = std::shared_ptr<const std::exception>;
+
 // The error LottieCache throws. Each case but `invalidData` carries the error that caused it
-// (shared, possibly another LottieCacheError); the description is the case's prefix followed by
-// the cause's own description, so nested errors read from the outside in.
+// (possibly another LottieCacheError); the description is the case's prefix followed by the
+// cause's own description, so nested errors read from the outside in.
 class LottieCacheError : public std::exception {
 public:
   enum class Code { networkError, diskWriteError, diskReadError, invalidData };
 
-  static LottieCacheError networkError(std::exception_ptr cause);
-  static LottieCacheError diskWriteError(std::exception_ptr cause);
-  static LottieCacheError diskReadError(std::exception_ptr cause);
+  static LottieCacheError networkError(ErrorCause cause);
+  static LottieCacheError diskWriteError(ErrorCause cause);
+  static LottieCacheError diskReadError(ErrorCause cause);
   static LottieCacheError invalidData();
 
   Code code() const noexcept { return code_; }
   // The underlying error; null for `invalidData`.
-  const std::exception_ptr& cause() const noexcept { return cause_; }
+  const ErrorCause& cause() const noexcept { return cause_; }
   const std::string& errorDescription() const noexcept { return description_; }
   const char* what() const noexcept override { return description_.c_str(); }
 
 private:
-  LottieCacheError(Code code, std::exception_ptr cause);
+  LottieCacheError(Code code, ErrorCause cause);
 
   Code code_;
-  std::exception_ptr cause_;
+  ErrorCause cause_;
   std::string description_;
 };
 
@@ -46,8 +51,5 @@ private:
   long code_;
   std::string description_;
 };
-
-// The text of an error held in an exception_ptr: its what() for standard exceptions.
-std::string describeError(const std::exception_ptr& error);
 
 } // namespace frameloom

@@ -22,23 +22,20 @@ using platform::Url;
 using ::testing::ElementsAre;
 
 // The chain of an error and its causes, e.g. "networkError(networkError(HTTP 204))".
-std::string nesting(const std::exception_ptr& error) {
-  try {
-    std::rethrow_exception(error);
-  } catch (const LottieCacheError& e) {
+std::string nesting(const std::exception& error) {
+  if (const auto* cacheError = dynamic_cast<const LottieCacheError*>(&error)) {
     static const char* const names[] = {"networkError", "diskWriteError", "diskReadError",
                                         "invalidData"};
-    const std::string name = names[static_cast<int>(e.code())];
-    return e.cause() ? name + "(" + nesting(e.cause()) + ")" : name;
-  } catch (const HttpStatusError& e) {
-    return std::string(HttpStatusError::domain) + " " + std::to_string(e.code());
-  } catch (const TransferError& e) {
-    return "transfer " + std::to_string(e.code());
-  } catch (const std::system_error&) {
-    return "system";
-  } catch (...) {
-    return "other";
+    const std::string name = names[static_cast<int>(cacheError->code())];
+    return cacheError->cause() ? name + "(" + nesting(*cacheError->cause()) + ")" : name;
   }
+  if (const auto* status = dynamic_cast<const HttpStatusError*>(&error)) {
+    return std::string(HttpStatusError::domain) + " " + std::to_string(status->code());
+  }
+  if (const auto* transfer = dynamic_cast<const TransferError*>(&error)) {
+    return "transfer " + std::to_string(transfer->code());
+  }
+  return dynamic_cast<const std::system_error*>(&error) ? "system" : "other";
 }
 
 // Waits, with no deadline, for what the cache's detached tasks do.
@@ -139,7 +136,7 @@ TEST_F(LottieCacheTest, FailuresNestTheirCausesAndStoreNothing) {
       load(*cache, from);
       ADD_FAILURE() << "loaded";
     } catch (const LottieCacheError& error) {
-      EXPECT_EQ(nesting(std::current_exception()), chain);
+      EXPECT_EQ(nesting(error), chain);
       EXPECT_THAT(error.what(), ::testing::StartsWith(description));
     }
   };
