@@ -67,7 +67,7 @@ protected:
 TEST_F(AnimationCommands, InfoAndPalette) {
   const ToolRun info = runTool("info '" + archive.string() + "'", folder);
   EXPECT_EQ(info.status, 0);
-  EXPECT_EQ(info.out, "size: 512 x 256.5\n");
+  EXPECT_EQ(info.out, "size: 512 x 256.5\nframes: 0\nduration: 0 s\n");
 
   const ToolRun palette = runTool("palette '" + archive.string() + "'", folder);
   EXPECT_EQ(palette.status, 0);

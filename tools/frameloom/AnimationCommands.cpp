@@ -1,7 +1,9 @@
 #include "AnimationCommands.h"
 
 #include "ColorArguments.h"
+#include "frameloom/DotLottieActor.h"
 #include "frameloom/DotLottieFile.h"
+#include "platform/runtime/MainLoop.h"
 
 #include <algorithm>
 #include <cctype>
@@ -30,7 +32,9 @@ void naming(const std::string& path, Action action) {
   }
 }
 
-std::string shortest(double value) {
+// The shortest text that reads back as the same number of its own type.
+template <class Number>
+std::string shortest(Number value) {
   char buffer[32];
   const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
   return std::string(buffer, result.ptr);
@@ -41,6 +45,15 @@ void info(const std::string& path) {
     const DotLottieFile file(path);
     std::printf("size: %s x %s\n", shortest(file.size().width).c_str(),
                 shortest(file.size().height).c_str());
+    auto& loop = platform::MainLoop::shared();
+    const auto animation = loop.runUntilComplete(
+        DotLottieActor::load(platform::Url::fromFilePath(path), std::nullopt, std::nullopt));
+    if (!animation) {
+      throw std::runtime_error("cannot load the animation");
+    }
+    std::printf("frames: %s\nduration: %s s\n", shortest(animation->totalFrames()).c_str(),
+                shortest(animation->duration()).c_str());
+    loop.runUntilComplete(DotLottieActor::shared().destroy(animation));
   });
 }
 
