@@ -1,18 +1,24 @@
 // Throughput of the colour replacement over real Lottie documents, read into memory first, next
-// to one plain scan that only finds every "c", "fc", "sc" and "g" key of the same text.
+// to one plain scan that only finds every "c", "fc", "sc" and "g" key of the same text; and the
+// time of a whole recolouring (read, replace, unpack, repack) of a 1 MB .lottie made of those
+// documents. Recolouring writes into $TMPDIR, which the program points at a scratch folder of
+// its own and removes at the end.
 //
-// Usage: bench_color_replacement [benchmark flags] [FOLDER]   (FOLDER defaults to
-// $FRAMELOOM_CORPUS or /work/shared/corpus; every *.json in it is used)
+// Usage: bench_color_replacement [benchmark flags] [FILE or FOLDER...]   (default: every *.json
+// of $FRAMELOOM_CORPUS, else of /work/shared/corpus)
 
 #include "frameloom/DotLottieFile.h"
+#include "ziploom/Archive.h"
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -69,35 +75,99 @@ void PlainKeyScan(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * totalBytes());
 }
 
+std::filesystem::path& oneMegabyteLottie() {
+  static std::filesystem::path path;
+  return path;
+}
+
+// A .lottie whose animation JSON holds the documents, repeated until it passes 1 MB.
+std::filesystem::path makeOneMegabyteLottie(const std::filesystem::path& folder) {
+  std::string json = R"({"v":"5.7.0","w":512,"h":512,"layers":[],"assets":[)";
+  for (std::size_t i = 0; json.size() < 1000000; ++i) {
+    if (i > 0) {
+      json += ',';
+    }
+    json += documents()[i % documents().size()];
+  }
+  json += "]}";
+  const auto path = folder / "one-megabyte.lottie";
+  ziploom::Archive archive(path, ziploom::AccessMode::create);
+  const std::string manifest = R"({"animations":[{"id":"a"}]})";
+  for (const auto& [name, text] : {std::pair{std::string("manifest.json"), manifest},
+                                   std::pair{std::string("animations/a.json"), json}}) {
+    archive.addEntry(name, ziploom::Entry::EntryType::file, static_cast<std::int64_t>(text.size()),
+                     std::chrono::system_clock::now(), std::nullopt,
+                     ziploom::CompressionMethod::deflate, ziploom::defaultWriteChunkSize, nullptr,
+                     [&text](std::int64_t position, std::int64_t count) {
+                       const auto begin = text.begin() + position;
+                       return ziploom::Bytes(begin, begin + count);
+                     });
+  }
+  return path;
+}
+
+void RecolorOneMegabyteLottie(benchmark::State& state) {
+  const std::filesystem::path temporary = oneMegabyteLottie().parent_path() / "tmp";
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(frameloom::DotLottieFile::recolor(oneMegabyteLottie(), palette, 3));
+    state.PauseTiming();
+    std::filesystem::remove_all(temporary);
+    std::filesystem::create_directories(temporary);
+    state.ResumeTiming();
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(std::filesystem::file_size(
+                                                   oneMegabyteLottie())));
+}
+
 BENCHMARK(ReplaceColors)->Unit(benchmark::kMillisecond);
 BENCHMARK(PlainKeyScan)->Unit(benchmark::kMillisecond);
+BENCHMARK(RecolorOneMegabyteLottie)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  std::filesystem::path folder = "/work/shared/corpus";
-  if (const char* fromEnvironment = std::getenv("FRAMELOOM_CORPUS")) {
-    folder = fromEnvironment;
+  std::vector<std::filesystem::path> sources;
+  for (int i = 1; i < argc; ++i) {
+    sources.emplace_back(argv[i]);
   }
-  if (argc > 1) {
-    folder = argv[1];
+  if (sources.empty()) {
+    const char* corpus = std::getenv("FRAMELOOM_CORPUS");
+    sources.emplace_back(corpus ? corpus : "/work/shared/corpus");
   }
-  std::error_code error;
-  for (const auto& item : std::filesystem::directory_iterator(folder, error)) {
-    if (item.path().extension() == ".json") {
-      std::ifstream in(item.path(), std::ios::binary);
-      std::ostringstream content;
-      content << in.rdbuf();
-      documents().push_back(content.str());
+  const auto read = [](const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    documents().push_back(content.str());
+  };
+  for (const auto& source : sources) {
+    if (!std::filesystem::is_directory(source)) {
+      read(source);
+      continue;
+    }
+    std::error_code error;
+    for (const auto& item : std::filesystem::directory_iterator(source, error)) {
+      if (item.path().extension() == ".json") {
+        read(item.path());
+      }
     }
   }
   if (documents().empty()) {
-    std::cerr << "bench_color_replacement: no .json documents in " << folder << "\n";
+    std::cerr << "bench_color_replacement: no documents to read\n";
     return 1;
   }
   std::cerr << documents().size() << " documents, " << totalBytes() << " bytes\n";
+
+  const std::filesystem::path scratch =
+      std::filesystem::temp_directory_path() /
+      ("frameloom-bench-" + std::to_string(std::random_device()()));
+  std::filesystem::create_directories(scratch / "tmp");
+  setenv("TMPDIR", (scratch / "tmp").c_str(), 1);
+  oneMegabyteLottie() = makeOneMegabyteLottie(scratch);
+
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
+  std::filesystem::remove_all(scratch);
   return 0;
 }

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -214,17 +215,18 @@ void shiftPositions(std::vector<std::size_t>& positions, const std::vector<Edit>
 using Rewrite = std::optional<std::string> (*)(std::string_view array, ColorMap& map,
                                                int precision);
 
-// Runs one pass: collects its matches on `text`, then copies `text` with each readable colour
-// array swapped for its rewrite. Returns the edits made, in text order.
-std::vector<Edit> runPass(std::string& text, int pass, const std::vector<std::size_t>& starts,
-                          Rewrite rewrite, ColorMap& map, int precision,
-                          const ColorEditObserver& observer) {
+// Runs one pass: collects its matches on `text`, then builds in `scratch` a copy of `text` with
+// each readable colour array swapped for its rewrite and swaps the two. The caller keeps
+// `scratch` from pass to pass, so a document costs two buffers however many passes change it.
+// Returns the edits made, in text order.
+std::vector<Edit> runPass(std::string& text, std::string& scratch, int pass,
+                          const std::vector<std::size_t>& starts, Rewrite rewrite, ColorMap& map,
+                          int precision, const ColorEditObserver& observer) {
   std::vector<Edit> edits;
   const std::vector<Range> ranges = collectMatches(passPattern(pass), text, starts);
   if (ranges.empty()) {
     return edits;
   }
-  std::string result;
   std::size_t copied = 0;
   for (const Range& range : ranges) {
     std::optional<std::string> replacement = rewrite(
@@ -236,16 +238,17 @@ std::vector<Edit> runPass(std::string& text, int pass, const std::vector<std::si
       observer(pass, range.begin, range.end, *replacement);
     }
     if (edits.empty()) {
-      result.reserve(text.size() + text.size() / 8);
+      scratch.clear();
+      scratch.reserve(text.size() + text.size() / 8);
     }
-    result.append(text, copied, range.begin - copied);
-    result += *replacement;
+    scratch.append(text, copied, range.begin - copied);
+    scratch += *replacement;
     copied = range.end;
     edits.push_back(Edit{range, replacement->size()});
   }
   if (!edits.empty()) {
-    result.append(text, copied, std::string::npos);
-    text = std::move(result);
+    scratch.append(text, copied, std::string::npos);
+    text.swap(scratch);
   }
   return edits;
 }
@@ -321,9 +324,10 @@ std::string rewriteColors(std::string text, ColorMap& map, int precision,
                           const ColorEditObserver& observer) {
   // The keys are found once; each pass's edits then move the later passes' keys.
   KeyPositions keys = findColorKeys(text);
+  std::string scratch;
   for (int pass = 0; pass < 4; ++pass) {
     const std::vector<Edit> edits =
-        runPass(text, pass, keys[static_cast<std::size_t>(pass)],
+        runPass(text, scratch, pass, keys[static_cast<std::size_t>(pass)],
                 pass == 3 ? rewriteGradient : rewriteSolid, map, precision, observer);
     for (int later = pass + 1; later < 4 && !edits.empty(); ++later) {
       shiftPositions(keys[static_cast<std::size_t>(later)], edits);

@@ -2,7 +2,6 @@
 
 #include "frameloom/ColorMap.h"
 #include "platform/graphics/Size.h"
-#include "ziploom/Bytes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -111,7 +110,7 @@ public:
 
 private:
   struct AnimationJSON {
-    ziploom::Bytes data;
+    std::string data;
     std::string path; // as stored in the archive
   };
 

@@ -21,6 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::uint64_t maximumSizeHint = 64 * 1024 * 1024;
+
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
@@ -58,8 +60,12 @@ bool staysInside(const fs::path& work, const std::string& entryPath) {
 // Replaces the file at `target` with `data`: written beside it, then renamed over it, so that
 // the target holds either the old bytes or all of the new ones.
 void writeAtomically(const fs::path& target, std::string_view data) {
-  const fs::path scratch = target.parent_path() / ("." + target.filename().string() + "." +
-                                                   platform::Uuid::random().uuidString() + ".tmp");
+  std::string scratchName = target.filename().string();
+  scratchName.insert(scratchName.begin(), '.');
+  scratchName += '.';
+  scratchName += platform::Uuid::random().uuidString();
+  scratchName += ".tmp";
+  const fs::path scratch = target.parent_path() / scratchName;
   {
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(scratch.c_str(), "wbx"),
                                                          &std::fclose);
@@ -99,10 +105,12 @@ DotLottieFile::AnimationJSON DotLottieFile::readAnimationJSON(const fs::path& ur
     if (!isAnimationJSON(path)) {
       continue;
     }
-    ziploom::Bytes data;
-    archive->extract(
-        entry, ziploom::defaultReadChunkSize, false, nullptr,
-        [&data](ziploom::ByteView chunk) { data.insert(data.end(), chunk.begin(), chunk.end()); });
+    std::string data;
+    // The declared size is only a hint: a hostile archive may claim anything.
+    data.reserve(static_cast<std::size_t>(
+        std::min<std::uint64_t>(entry.uncompressedSize(), maximumSizeHint)));
+    archive->extract(entry, ziploom::defaultReadChunkSize, false, nullptr,
+                     [&data](ziploom::ByteView chunk) { data.append(chunk.begin(), chunk.end()); });
     return AnimationJSON{std::move(data), std::move(path)};
   }
   throw DotLottieError(DotLottieError::Code::noAnimationJSON);
@@ -110,10 +118,10 @@ DotLottieFile::AnimationJSON DotLottieFile::readAnimationJSON(const fs::path& ur
 
 std::vector<DotLottieFile::PaletteColor> DotLottieFile::readPalette(const fs::path& dotLottieURL) {
   AnimationJSON json = readAnimationJSON(dotLottieURL);
-  if (!platform::isValidUTF8(json.data)) {
+  if (!platform::isValidUTF8(bytesOf(json.data))) {
     throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
   }
-  return palette(std::string(json.data.begin(), json.data.end()));
+  return palette(std::move(json.data));
 }
 
 fs::path DotLottieFile::recolor(const fs::path& dotLottieURL, std::vector<ColorComponents> colors,
@@ -122,11 +130,10 @@ fs::path DotLottieFile::recolor(const fs::path& dotLottieURL, std::vector<ColorC
     throw std::invalid_argument("DotLottieFile::recolor: the colour list is empty");
   }
   AnimationJSON json = readAnimationJSON(dotLottieURL);
-  if (!platform::isValidUTF8(json.data)) {
+  if (!platform::isValidUTF8(bytesOf(json.data))) {
     throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
   }
-  const std::string text =
-      replaceColors(std::string(json.data.begin(), json.data.end()), std::move(colors), precision);
+  const std::string text = replaceColors(std::move(json.data), std::move(colors), precision);
   if (!platform::isValidUTF8(bytesOf(text))) {
     throw DotLottieError(DotLottieError::Code::utf8EncodeFailed);
   }
@@ -147,12 +154,20 @@ fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& j
     }
   }
   fs::create_directories(work);
+  const fs::path jsonDestination = destinationOf(work, jsonPath);
+  bool jsonSkipped = false;
   for (const ziploom::Entry& entry : *source) {
     const fs::path destination = destinationOf(work, entry.path());
+    // The animation JSON's old bytes would only be replaced at once; its new ones go there below.
+    if (!jsonSkipped && destination == jsonDestination) {
+      jsonSkipped = true;
+      continue;
+    }
     fs::create_directories(destination.parent_path());
     source->extract(entry, destination, ziploom::defaultReadChunkSize, false, false, nullptr);
   }
-  writeAtomically(destinationOf(work, jsonPath), jsonData);
+  fs::create_directories(jsonDestination.parent_path());
+  writeAtomically(jsonDestination, jsonData);
 
   const fs::path output = platform::temporaryDirectory() /
                           ("modified_" + platform::Uuid::random().uuidString() + ".lottie");

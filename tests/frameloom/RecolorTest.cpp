@@ -28,18 +28,10 @@ const std::vector<frameloom::ColorComponents> palette = {{0.2, 0.4, 0.6, 1.0}};
 class Recolor : public ::testing::Test {
 protected:
   void SetUp() override {
-    const char* previous = std::getenv("TMPDIR");
-    previousTemporary = previous ? previous : "";
     std::filesystem::create_directories(temporary());
     setenv("TMPDIR", temporary().c_str(), 1);
   }
-  void TearDown() override {
-    if (previousTemporary.empty()) {
-      unsetenv("TMPDIR");
-    } else {
-      setenv("TMPDIR", previousTemporary.c_str(), 1);
-    }
-  }
+  void TearDown() override { unsetenv("TMPDIR"); }
 
   std::filesystem::path temporary() const { return folder.path() / "tmp"; }
   std::size_t temporaryItems() const {
@@ -70,7 +62,6 @@ protected:
   }
 
   TemporaryFolder folder;
-  std::string previousTemporary;
 };
 
 TEST_F(Recolor, RewritesTheJSONAndCarriesEverythingElseOver) {

@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Runs the colour replacement benchmark and its peer, lottie-colorify under Node, on the same
+# documents in the same run, and prints both throughputs and their ratio, together with the
+# plain key scan and the whole recolouring of a 1 MB .lottie.
+#
+# Usage: bench/color_replacement.sh [BUILD_DIR] [CORPUS_FOLDER]
+#   BUILD_DIR      configured with -DFRAMELOOM_BUILD_BENCH=ON (default: build-bench, built here)
+#   CORPUS_FOLDER  Lottie *.json documents (default: $FRAMELOOM_CORPUS, else /work/shared/corpus)
+# lottie-colorify is installed with npm into $FRAMELOOM_BENCH_NPM (default
+# /tmp/frameloom-bench-npm), never into the repository.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build-bench}
+corpus=${2:-${FRAMELOOM_CORPUS:-/work/shared/corpus}}
+scratch=${FRAMELOOM_BENCH_NPM:-/tmp/frameloom-bench-npm}
+
+if [ ! -x "$build/bench/bench_color_replacement" ]; then
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DFRAMELOOM_BUILD_BENCH=ON \
+    -DFRAMELOOM_BUILD_TESTS=OFF > /dev/null
+  cmake --build "$build" --target bench_color_replacement -j 2
+fi
+if [ ! -d "$scratch/node_modules/lottie-colorify" ]; then
+  mkdir -p "$scratch"
+  npm install --prefix "$scratch" --no-audit --no-fund --silent lottie-colorify
+fi
+export NODE_PATH="$scratch/node_modules"
+
+# Both sides run on the documents lottie-colorify can process (it throws on some).
+mapfile -t documents < <(node bench/lottie_colorify_peer.js --accepted "$corpus"/*.json)
+all=$(find "$corpus" -maxdepth 1 -name '*.json' | wc -l)
+echo "documents: ${#documents[@]} of $all in $corpus (figures taken on a shared, busy machine)"
+
+peer=$(node bench/lottie_colorify_peer.js "${documents[@]}" | awk '{print $2}')
+result="$scratch/bench_color_replacement.json"
+"$build/bench/bench_color_replacement" --benchmark_out="$result" --benchmark_out_format=json \
+  "${documents[@]}"
+
+python3 - "$result" "$peer" <<'PY'
+import json, sys
+runs = {b["name"]: b for b in json.load(open(sys.argv[1]))["benchmarks"]}
+peer = float(sys.argv[2])
+replace = runs["ReplaceColors"]["bytes_per_second"] / 1e6
+scan = runs["PlainKeyScan"]["bytes_per_second"] / 1e6
+recolor = runs["RecolorOneMegabyteLottie/real_time"]
+print("throughputs per CPU second (wall time on a busy machine also counts other processes)")
+print(f"replacement       {replace:10.1f} MB/s")
+print(f"lottie-colorify   {peer:10.1f} MB/s   replacement / lottie-colorify = {replace / peer:.1f} x")
+print(f"plain key scan    {scan:10.1f} MB/s   key scan / replacement = {scan / replace:.2f} x")
+print(f"recolor 1 MB .lottie: {recolor['real_time']:.1f} ms wall, {recolor['cpu_time']:.1f} ms CPU")
+PY
