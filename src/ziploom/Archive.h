@@ -19,6 +19,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace ziploom {
 
@@ -154,8 +155,19 @@ public:
   void addEntry(const std::string& path, Entry::EntryType type, std::int64_t uncompressedSize,
                 std::chrono::system_clock::time_point modificationDate,
                 std::optional<std::uint16_t> permissions, CompressionMethod compressionMethod,
-                std::int64_t bufferSize, const ProgressPointer& progress,
-                const Provider& provider);
+                std::int64_t bufferSize, const ProgressPointer& progress, const Provider& provider);
+  // One item for addEntries: its entry path, the file-system item, its own progress record.
+  struct FileItem {
+    std::string path;
+    std::filesystem::path fileURL;
+    ProgressPointer progress;
+  };
+  // Adds the items in order as the FileURL form does, but writes the central directory once,
+  // after the last item, so the work grows with the items rather than with their square. When
+  // an item fails, the entries before it stay (as if added one by one) and its error is rethrown.
+  void addEntries(const std::vector<FileItem>& items,
+                  CompressionMethod compressionMethod = CompressionMethod::none,
+                  std::int64_t bufferSize = defaultWriteChunkSize);
   // Units of progress for adding the item: 1 for a folder, else its size; -1 when unknown.
   static std::int64_t totalUnitCountForAddingItem(const std::filesystem::path& url);
 
@@ -174,10 +186,21 @@ private:
   struct FormerTail;
 
   void checkWritable(std::int64_t bufferSize) const;
+  // Checks an entry to add and sets its progress total.
+  static NewEntry describe(const std::string& path, Entry::EntryType type,
+                           std::int64_t uncompressedSize,
+                           std::chrono::system_clock::time_point modificationDate,
+                           std::optional<std::uint16_t> permissions,
+                           CompressionMethod compressionMethod, std::int64_t bufferSize,
+                           const ProgressPointer& progress, const Provider& provider);
   FormerTail readFormerTail() const;
   // Writes the local header and data of a new entry at `headerOffset` and returns its central
   // directory record; the stream is left after the data.
   CentralDirectoryStructure writeLocalEntry(const NewEntry& entry, std::uint64_t headerOffset);
+  // Writes the former central directory, then `newRecords` for `newCount` new entries, then
+  // the end records, at the current position, and takes the new end records.
+  void finishDirectory(const FormerTail& tail, ByteView newRecords, std::uint64_t newCount,
+                       std::int64_t bufferSize);
   void restore(const FormerTail& tail, std::int64_t bufferSize);
   // Cuts the archive's bytes at `length` and moves there.
   void truncate(std::uint64_t length);

@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <exception>
+#include <functional>
 #include <limits>
 
 namespace ziploom {
@@ -151,10 +153,70 @@ struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
+struct FileItemStatus {
+  EntryType type;
+  std::int64_t size;
+  std::chrono::system_clock::time_point modificationDate;
+  std::uint16_t permissions;
+};
+
+// Looks at the file, folder or symbolic link at `url` (never following a link) and calls `add`
+// with what it found and a provider of its data: the file's bytes, nothing for a folder, the
+// link's target text. The provider is valid during the call only.
+void withFileItem(const std::filesystem::path& url,
+                  const std::function<void(const FileItemStatus&, const Provider&)>& add) {
+  struct stat status {};
+  if (lstat(url.c_str(), &status) != 0) {
+    throw FileError(FileError::Code::fileReadNoSuchFile, url);
+  }
+  const auto type = S_ISDIR(status.st_mode)   ? EntryType::directory
+                    : S_ISLNK(status.st_mode) ? EntryType::symlink
+                                              : EntryType::file;
+  if (type != EntryType::symlink && access(url.c_str(), R_OK) != 0) {
+    throw FileError(FileError::Code::fileReadNoPermission, url);
+  }
+  // Reading a pipe or a device could block forever or never end.
+  if (type == EntryType::file && !S_ISREG(status.st_mode)) {
+    throw FileError(FileError::Code::fileReadNoPermission, url);
+  }
+  if (status.st_size < 0) {
+    throw FileError(FileError::Code::fileReadTooLarge, url);
+  }
+  const FileItemStatus item{
+      type, type == EntryType::directory ? 0 : static_cast<std::int64_t>(status.st_size),
+      std::chrono::system_clock::time_point(
+          std::chrono::duration_cast<std::chrono::system_clock::duration>(
+              std::chrono::seconds(status.st_mtim.tv_sec) +
+              std::chrono::nanoseconds(status.st_mtim.tv_nsec))),
+      static_cast<std::uint16_t>(status.st_mode)};
+
+  switch (type) {
+  case EntryType::file: {
+    const std::unique_ptr<std::FILE, FileCloser> source(std::fopen(url.c_str(), "rb"));
+    if (!source) {
+      throwPOSIXError(errno, url);
+    }
+    add(item, [&](std::int64_t, std::int64_t count) {
+      return stream::readBytes(source.get(), static_cast<std::size_t>(count));
+    });
+    break;
+  }
+  case EntryType::directory:
+    add(item, [](std::int64_t, std::int64_t) { return Bytes{}; });
+    break;
+  case EntryType::symlink:
+    add(item, [&](std::int64_t, std::int64_t) {
+      const auto target = std::filesystem::read_symlink(url).native();
+      return Bytes(target.begin(), target.end());
+    });
+    break;
+  }
+}
+
 } // namespace
 
 struct Archive::NewEntry {
-  const std::string& path;
+  std::string path;
   EntryType type;
   std::int64_t uncompressedSize;
   std::chrono::system_clock::time_point modificationDate;
@@ -319,60 +381,72 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
                                        externalFileAttributes(entry.type, entry.permissions));
 }
 
+Archive::NewEntry Archive::describe(const std::string& path, EntryType type,
+                                    std::int64_t uncompressedSize,
+                                    std::chrono::system_clock::time_point modificationDate,
+                                    std::optional<std::uint16_t> permissions,
+                                    CompressionMethod compressionMethod, std::int64_t bufferSize,
+                                    const ProgressPointer& progress, const Provider& provider) {
+  if (uncompressedSize < 0) {
+    throw ArchiveError(ArchiveError::Code::invalidEntrySize);
+  }
+  // A directory has no data, and its path ends in "/" as every tool expects; a link's data is
+  // its target text.
+  auto entryPath = type == EntryType::directory && !path.ends_with('/') ? path + '/' : path;
+  // The name length field has 16 bits.
+  if (entryPath.size() > std::numeric_limits<std::uint16_t>::max()) {
+    throw ArchiveError(ArchiveError::Code::invalidEntryPath);
+  }
+  if (progress) {
+    progress->setTotalUnitCount(type == EntryType::directory ? 1 : uncompressedSize);
+  }
+  return {std::move(entryPath),
+          type,
+          type == EntryType::directory ? 0 : uncompressedSize,
+          modificationDate,
+          permissions,
+          type == EntryType::file ? compressionMethod : CompressionMethod::none,
+          bufferSize,
+          progress,
+          provider};
+}
+
+void Archive::finishDirectory(const FormerTail& tail, ByteView newRecords, std::uint64_t newCount,
+                              std::int64_t bufferSize) {
+  std::FILE* file = archiveFile_.get();
+  const auto centralDirectoryOffset = position(file);
+  write(file, tail.centralDirectory(), bufferSize);
+  write(file, newRecords, bufferSize);
+  const auto count = resolvedEntryCount();
+  if (count > std::numeric_limits<std::uint64_t>::max() - newCount) {
+    throw ArchiveError(ArchiveError::Code::invalidCentralDirectoryEntryCount);
+  }
+  const auto size = stream::add(tail.centralDirectorySize, newRecords.size());
+  if (!size) {
+    throw ArchiveError(ArchiveError::Code::invalidCentralDirectorySize);
+  }
+  const auto end =
+      writeEndRecords({endOfCentralDirectoryRecord_, zip64EndOfCentralDirectory_}, *size,
+                      count + newCount, centralDirectoryOffset, position(file), file);
+  // Whatever followed the former end record is gone with it.
+  truncate(position(file));
+  flush(file);
+  endOfCentralDirectoryRecord_ = end.record;
+  zip64EndOfCentralDirectory_ = end.zip64;
+}
+
 void Archive::addEntry(const std::string& path, EntryType type, std::int64_t uncompressedSize,
                        std::chrono::system_clock::time_point modificationDate,
                        std::optional<std::uint16_t> permissions,
                        CompressionMethod compressionMethod, std::int64_t bufferSize,
                        const ProgressPointer& progress, const Provider& provider) {
   checkWritable(bufferSize);
-  if (uncompressedSize < 0) {
-    throw ArchiveError(ArchiveError::Code::invalidEntrySize);
-  }
-  // A directory has no data, and its path ends in "/" as every tool expects; a link's data is
-  // its target text.
-  const auto entryPath = type == EntryType::directory && !path.ends_with('/') ? path + '/' : path;
-  // The name length field has 16 bits.
-  if (entryPath.size() > std::numeric_limits<std::uint16_t>::max()) {
-    throw ArchiveError(ArchiveError::Code::invalidEntryPath);
-  }
-  const NewEntry entry{entryPath,
-                       type,
-                       type == EntryType::directory ? 0 : uncompressedSize,
-                       modificationDate,
-                       permissions,
-                       type == EntryType::file ? compressionMethod : CompressionMethod::none,
-                       bufferSize,
-                       progress,
-                       provider};
-  if (progress) {
-    progress->setTotalUnitCount(type == EntryType::directory ? 1 : uncompressedSize);
-  }
-
+  const auto entry = describe(path, type, uncompressedSize, modificationDate, permissions,
+                              compressionMethod, bufferSize, progress, provider);
   const auto tail = readFormerTail();
-  std::FILE* file = archiveFile_.get();
   try {
-    seek(file, tail.offset);
-    const auto record = writeLocalEntry(entry, tail.offset);
-    const auto centralDirectoryOffset = position(file);
-    write(file, tail.centralDirectory(), bufferSize);
-    write(file, record.data());
-
-    const auto count = resolvedEntryCount();
-    if (count == std::numeric_limits<std::uint64_t>::max()) {
-      throw ArchiveError(ArchiveError::Code::invalidCentralDirectoryEntryCount);
-    }
-    const auto size = stream::add(tail.centralDirectorySize, recordLength(record));
-    if (!size) {
-      throw ArchiveError(ArchiveError::Code::invalidCentralDirectorySize);
-    }
-    const auto end =
-        writeEndRecords({endOfCentralDirectoryRecord_, zip64EndOfCentralDirectory_}, *size,
-                        count + 1, centralDirectoryOffset, position(file), file);
-    // Whatever followed the former end record is gone with it.
-    truncate(position(file));
-    flush(file);
-    endOfCentralDirectoryRecord_ = end.record;
-    zip64EndOfCentralDirectory_ = end.zip64;
+    seek(archiveFile_.get(), tail.offset);
+    finishDirectory(tail, writeLocalEntry(entry, tail.offset).data(), 1, bufferSize);
   } catch (...) {
     restore(tail, bufferSize);
     throw;
@@ -383,54 +457,47 @@ void Archive::addEntry(const std::string& path, const FileURL& item,
                        CompressionMethod compressionMethod, std::int64_t bufferSize,
                        const ProgressPointer& progress) {
   checkWritable(bufferSize);
-  const auto& url = item.fileURL;
-  struct stat status {};
-  if (lstat(url.c_str(), &status) != 0) {
-    throw FileError(FileError::Code::fileReadNoSuchFile, url);
-  }
-  const auto type = S_ISDIR(status.st_mode)   ? EntryType::directory
-                    : S_ISLNK(status.st_mode) ? EntryType::symlink
-                                              : EntryType::file;
-  if (type != EntryType::symlink && access(url.c_str(), R_OK) != 0) {
-    throw FileError(FileError::Code::fileReadNoPermission, url);
-  }
-  // Reading a pipe or a device could block forever or never end.
-  if (type == EntryType::file && !S_ISREG(status.st_mode)) {
-    throw FileError(FileError::Code::fileReadNoPermission, url);
-  }
-  if (status.st_size < 0) {
-    throw FileError(FileError::Code::fileReadTooLarge, url);
-  }
-  const auto modificationDate = std::chrono::system_clock::time_point(
-      std::chrono::duration_cast<std::chrono::system_clock::duration>(
-          std::chrono::seconds(status.st_mtim.tv_sec) +
-          std::chrono::nanoseconds(status.st_mtim.tv_nsec)));
-  const auto size = type == EntryType::directory ? 0 : static_cast<std::int64_t>(status.st_size);
-  const auto permissions = static_cast<std::uint16_t>(status.st_mode);
+  withFileItem(item.fileURL, [&](const FileItemStatus& status, const Provider& provider) {
+    addEntry(path, status.type, status.size, status.modificationDate, status.permissions,
+             compressionMethod, bufferSize, progress, provider);
+  });
+}
 
-  switch (type) {
-  case EntryType::file: {
-    const std::unique_ptr<std::FILE, FileCloser> source(std::fopen(url.c_str(), "rb"));
-    if (!source) {
-      throwPOSIXError(errno, url);
+void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod compressionMethod,
+                         std::int64_t bufferSize) {
+  checkWritable(bufferSize);
+  const auto tail = readFormerTail();
+  std::FILE* file = archiveFile_.get();
+  Bytes records;
+  std::uint64_t count = 0;
+  std::exception_ptr failure;
+  try {
+    seek(file, tail.offset);
+    for (const auto& item : items) {
+      const auto start = position(file);
+      try {
+        withFileItem(item.fileURL, [&](const FileItemStatus& status, const Provider& provider) {
+          const auto entry =
+              describe(item.path, status.type, status.size, status.modificationDate,
+                       status.permissions, compressionMethod, bufferSize, item.progress, provider);
+          const auto record = writeLocalEntry(entry, start).data();
+          records.insert(records.end(), record.begin(), record.end());
+        });
+        ++count;
+      } catch (...) {
+        // The entries before this one stay, as if each had been added on its own.
+        failure = std::current_exception();
+        truncate(start);
+        break;
+      }
     }
-    addEntry(path, type, size, modificationDate, permissions, compressionMethod, bufferSize,
-             progress, [&](std::int64_t, std::int64_t count) {
-               return stream::readBytes(source.get(), static_cast<std::size_t>(count));
-             });
-    break;
+    finishDirectory(tail, records, count, bufferSize);
+  } catch (...) {
+    restore(tail, bufferSize);
+    throw;
   }
-  case EntryType::directory:
-    addEntry(path, type, size, modificationDate, permissions, compressionMethod, bufferSize,
-             progress, [](std::int64_t, std::int64_t) { return Bytes{}; });
-    break;
-  case EntryType::symlink:
-    addEntry(path, type, size, modificationDate, permissions, compressionMethod, bufferSize,
-             progress, [&](std::int64_t, std::int64_t) {
-               const auto target = std::filesystem::read_symlink(url).native();
-               return Bytes(target.begin(), target.end());
-             });
-    break;
+  if (failure) {
+    std::rethrow_exception(failure);
   }
 }
 

@@ -118,12 +118,14 @@ void zipItem(const fs::path& source, const fs::path& destination, bool shouldKee
     }
     progress->setTotalUnitCount(total);
   }
+  std::vector<Archive::FileItem> items;
   for (const auto& subpath : subpaths) {
     const auto entryPath = shouldKeepParent ? (name / subpath).string() : subpath.string();
     const auto item = shouldKeepParent ? base / entryPath : folder / entryPath;
-    archive.addEntry(entryPath, Archive::FileURL{item}, compressionMethod, defaultWriteChunkSize,
-                     childProgress(progress, Archive::totalUnitCountForAddingItem(item)));
+    items.push_back(
+        {entryPath, item, childProgress(progress, Archive::totalUnitCountForAddingItem(item))});
   }
+  archive.addEntries(items, compressionMethod, defaultWriteChunkSize);
 }
 
 void unzipItem(const fs::path& source, const fs::path& destination, bool skipCRC32,

@@ -46,33 +46,50 @@ Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& o
   Bytes directory;
   for (const auto& entry : entries) {
     const auto stored = entry.deflate ? deflated(entry.data) : entry.data;
-    const auto checksum = crc32(entry.data);
     const std::uint64_t offset = archive.size();
-    const Bytes name = bytesOf(entry.name);
+    // The central record carries everything; the local header is a copy of its first fields.
+    CentralDirectoryStructure central;
+    central.versionMadeBy = entry.versionMadeBy;
+    central.versionNeededToExtract = entry.zip64 ? 45 : 20;
+    central.generalPurposeBitFlag = entry.flags | (entry.dataDescriptor ? 0x0008 : 0);
+    central.compressionMethod = entry.deflate ? 8 : 0;
+    central.lastModFileTime = 0x6000;
+    central.lastModFileDate = 0x5A21;
+    central.crc32 = crc32(entry.data);
+    central.compressedSize = static_cast<std::uint32_t>(stored.size());
+    central.uncompressedSize = static_cast<std::uint32_t>(entry.data.size());
+    central.relativeOffsetOfLocalHeader = static_cast<std::uint32_t>(offset);
+    central.externalFileAttributes = entry.externalAttributes;
+    central.fileNameData = bytesOf(entry.name);
+    central.fileNameLength = static_cast<std::uint16_t>(entry.name.size());
 
     LocalFileHeader local;
-    local.versionNeededToExtract = entry.zip64 ? 45 : 20;
-    local.generalPurposeBitFlag = entry.flags | (entry.dataDescriptor ? 0x0008 : 0);
-    local.compressionMethod = entry.deflate ? 8 : 0;
-    local.lastModFileTime = 0x6000;
-    local.lastModFileDate = 0x5A21;
+    local.versionNeededToExtract = central.versionNeededToExtract;
+    local.generalPurposeBitFlag = central.generalPurposeBitFlag;
+    local.compressionMethod = central.compressionMethod;
+    local.fileNameData = central.fileNameData;
+    local.fileNameLength = central.fileNameLength;
     if (!entry.dataDescriptor) {
-      local.crc32 = checksum;
-      local.compressedSize = entry.zip64 ? 0xFFFFFFFF : static_cast<std::uint32_t>(stored.size());
-      local.uncompressedSize =
-          entry.zip64 ? 0xFFFFFFFF : static_cast<std::uint32_t>(entry.data.size());
-      if (entry.zip64) {
+      local.crc32 = central.crc32;
+      local.compressedSize = central.compressedSize;
+      local.uncompressedSize = central.uncompressedSize;
+    }
+    if (entry.zip64) {
+      central.compressedSize = central.uncompressedSize = 0xFFFFFFFF;
+      central.relativeOffsetOfLocalHeader = 0xFFFFFFFF;
+      central.extraFieldData = zip64Extra({entry.data.size(), stored.size(), offset});
+      if (!entry.dataDescriptor) {
+        local.compressedSize = local.uncompressedSize = 0xFFFFFFFF;
         local.extraFieldData = zip64Extra({entry.data.size(), stored.size()});
       }
     }
-    local.fileNameLength = static_cast<std::uint16_t>(name.size());
+    central.extraFieldLength = static_cast<std::uint16_t>(central.extraFieldData.size());
     local.extraFieldLength = static_cast<std::uint16_t>(local.extraFieldData.size());
-    local.fileNameData = name;
     append(archive, ByteView(local.data()));
     append(archive, ByteView(stored));
     if (entry.dataDescriptor) {
       append(archive, std::uint32_t{0x08074b50});
-      append(archive, checksum);
+      append(archive, central.crc32);
       if (entry.zip64) {
         append(archive, std::uint64_t{stored.size()});
         append(archive, std::uint64_t{entry.data.size()});
@@ -81,28 +98,6 @@ Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& o
         append(archive, static_cast<std::uint32_t>(entry.data.size()));
       }
     }
-
-    CentralDirectoryStructure central;
-    central.versionMadeBy = entry.versionMadeBy;
-    central.versionNeededToExtract = local.versionNeededToExtract;
-    central.generalPurposeBitFlag = local.generalPurposeBitFlag;
-    central.compressionMethod = local.compressionMethod;
-    central.lastModFileTime = local.lastModFileTime;
-    central.lastModFileDate = local.lastModFileDate;
-    central.crc32 = checksum;
-    if (entry.zip64) {
-      central.compressedSize = central.uncompressedSize = 0xFFFFFFFF;
-      central.relativeOffsetOfLocalHeader = 0xFFFFFFFF;
-      central.extraFieldData = zip64Extra({entry.data.size(), stored.size(), offset});
-    } else {
-      central.compressedSize = static_cast<std::uint32_t>(stored.size());
-      central.uncompressedSize = static_cast<std::uint32_t>(entry.data.size());
-      central.relativeOffsetOfLocalHeader = static_cast<std::uint32_t>(offset);
-    }
-    central.externalFileAttributes = entry.externalAttributes;
-    central.fileNameLength = local.fileNameLength;
-    central.extraFieldLength = static_cast<std::uint16_t>(central.extraFieldData.size());
-    central.fileNameData = name;
     append(directory, ByteView(central.data()));
   }
 
@@ -114,14 +109,12 @@ Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& o
   if (options.zip64End) {
     ZIP64EndOfCentralDirectoryRecord record;
     record.sizeOfZIP64EndOfCentralDirectoryRecord = 44;
-    record.versionMadeBy = 0x0315;
     record.versionNeededToExtract = 45;
     record.totalNumberOfEntriesOnDisk = record.totalNumberOfEntriesInCentralDirectory = count;
     record.sizeOfCentralDirectory = directory.size();
     record.offsetToStartOfCentralDirectory = directoryOffset;
     ZIP64EndOfCentralDirectoryLocator locator;
     locator.relativeOffsetOfZIP64EOCDRecord = archive.size();
-    locator.totalNumberOfDisk = 1;
     append(archive, ByteView(record.data()));
     append(archive, ByteView(locator.data()));
   }

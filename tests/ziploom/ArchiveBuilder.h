@@ -1,6 +1,9 @@
 #pragma once
 
 #include "ziploom/Bytes.h"
+#include "ziploom/Errors.h"
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -42,6 +45,18 @@ void writeFile(const std::filesystem::path& path, const Bytes& bytes);
 std::string run(const std::string& command);
 bool haveCommand(const std::string& name);
 std::string quoted(const std::filesystem::path& path);
+
+// The code of the ArchiveError the action throws; a test failure when it throws none.
+template <typename Action>
+ArchiveError::Code archiveErrorOf(Action action) {
+  try {
+    action();
+  } catch (const ArchiveError& error) {
+    return error.code();
+  }
+  ADD_FAILURE() << "no ArchiveError";
+  return ArchiveError::Code::invalidEntrySize;
+}
 
 // A fresh folder under the temporary directory, removed with everything in it.
 class TemporaryFolder {

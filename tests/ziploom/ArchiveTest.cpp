@@ -27,17 +27,6 @@ std::vector<BuiltEntry> threeEntries() {
           {.name = "b/c.json", .data = bytesOf(std::string(5000, 'c')), .deflate = true}};
 }
 
-template <typename Action>
-ArchiveError::Code archiveErrorOf(Action action) {
-  try {
-    action();
-  } catch (const ArchiveError& error) {
-    return error.code();
-  }
-  ADD_FAILURE() << "no ArchiveError";
-  return ArchiveError::Code::invalidEntrySize;
-}
-
 } // namespace
 
 TEST(Archive, EnumeratesInCentralDirectoryOrderFromFilesAndMemory) {
@@ -70,14 +59,12 @@ TEST(Archive, LookupUsesCanonicalEquivalenceAndNothingElse) {
   EXPECT_FALSE(archive["Dir//File"]);
   EXPECT_FALSE(archive["./Dir/File"]);
   EXPECT_TRUE(archive["Dir/File"]);
-}
 
-TEST(Archive, PathEncodingOverridesTheFlagForLookups) {
-  const auto bytes = buildArchive({{.name = "na\x8Ave", .data = bytesOf("x"), .flags = 0}});
-  const Archive byFlag(bytes, AccessMode::read);
-  EXPECT_TRUE(byFlag["na\xC3\xA8ve"]);
-  const Archive asUTF8(bytes, AccessMode::read, frameloom::platform::TextEncoding::utf8);
-  EXPECT_FALSE(asUTF8["na\xC3\xA8ve"]);
+  // A path encoding given on opening overrides each entry's flag.
+  const auto cp437 = buildArchive({{.name = "na\x8Ave", .data = bytesOf("x"), .flags = 0}});
+  EXPECT_TRUE(Archive(cp437, AccessMode::read)["na\xC3\xA8ve"]);
+  EXPECT_FALSE(
+      Archive(cp437, AccessMode::read, frameloom::platform::TextEncoding::utf8)["na\xC3\xA8ve"]);
 }
 
 TEST(Archive, CreateWritesAnEmptyArchiveAndNeverReplacesAFile) {
@@ -153,12 +140,6 @@ TEST(Archive, DamagedCentralDirectoriesGiveShortEnumerations) {
   const Archive encrypted(buildArchive(entries), AccessMode::read);
   EXPECT_THAT(paths(encrypted), testing::ElementsAre("a.txt"));
   EXPECT_FALSE(encrypted["b/c.json"]);
-
-  // The second local header is damaged: enumeration ends there.
-  auto bytes = buildArchive(threeEntries());
-  const auto second = 30 + 5 + 5;
-  bytes[second] = 'X';
-  EXPECT_THAT(paths(Archive(bytes, AccessMode::read)), testing::ElementsAre("a.txt"));
 }
 
 TEST(Archive, ZIP64EndRecordsAreUsedWhenDirectlyBeforeTheLocator) {
@@ -185,27 +166,20 @@ TEST(Archive, ZIP64EndRecordsAreUsedWhenDirectlyBeforeTheLocator) {
   EXPECT_TRUE(paths(hidden).empty());
 }
 
-TEST(MemoryFile, WritesOverwriteGrowAndFillGaps) {
+TEST(MemoryFile, WritesOverwriteGrowAndFillGapsWhileReadsAndSeeksStayInside) {
   auto file = MemoryFile::make(bytesOf("abcdefgh"));
-  EXPECT_EQ(file->seek(5, SEEK_SET), 5);
+  file->seek(5, SEEK_SET);
   file->writeBytes(bytesOf("0123456789"));
   EXPECT_EQ(file->data(), bytesOf("abcde0123456789"));
-
   file->seek(1, SEEK_SET);
   file->writeBytes(bytesOf("XY"));
   EXPECT_EQ(file->data(), bytesOf("aXYde0123456789"));
-
   file->seek(20, SEEK_SET);
   file->writeBytes(bytesOf("!!"));
-  ASSERT_EQ(file->data().size(), 22u);
-  EXPECT_EQ(file->data()[17], 0);
-  EXPECT_EQ(file->data()[21], '!');
-}
+  EXPECT_EQ(file->data(), bytesOf(std::string("aXYde0123456789\0\0\0\0\0!!", 22)));
 
-TEST(MemoryFile, ReadsAndSeeksStayInsideTheBuffer) {
-  auto file = MemoryFile::make(bytesOf("0123456789"));
   std::uint8_t buffer[8];
-  EXPECT_EQ(file->seek(-3, SEEK_END), 7);
+  EXPECT_EQ(file->seek(-3, SEEK_END), 19);
   EXPECT_EQ(file->readBytes(buffer), 3u);
   EXPECT_EQ(file->readBytes(buffer), 0u);
   EXPECT_EQ(file->seek(100, SEEK_SET), 100);
@@ -215,23 +189,4 @@ TEST(MemoryFile, ReadsAndSeeksStayInsideTheBuffer) {
   EXPECT_EQ(file->seek(std::numeric_limits<std::int64_t>::max(), SEEK_CUR), -1);
   EXPECT_EQ(file->seek(0, 42), -1);
   EXPECT_EQ(file->offset(), 100);
-}
-
-TEST(MemoryFile, StreamsKeepTheFileAliveAndReadOnlyStreamsRejectWrites) {
-  std::FILE* stream = nullptr;
-  {
-    auto file = MemoryFile::make(bytesOf("hello"));
-    stream = file->openStream(AccessMode::read);
-  }
-  char buffer[5];
-  ASSERT_EQ(std::fread(buffer, 1, 5, stream), 5u);
-  EXPECT_EQ(std::string(buffer, 5), "hello");
-  EXPECT_EQ(std::fputc('x', stream), EOF);
-  std::fclose(stream);
-
-  auto writable = MemoryFile::make();
-  stream = writable->openStream(AccessMode::update);
-  std::fputs("written", stream);
-  std::fclose(stream);
-  EXPECT_EQ(writable->data(), bytesOf("written"));
 }

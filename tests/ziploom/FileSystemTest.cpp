@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 using namespace ziploom;
 using namespace ziploom::testing;
 
@@ -111,6 +113,18 @@ TEST(FileSystemTest, ZippingAndUnzippingCheckTheirEnds) {
   fs::create_directories(folder / "empty");
   zipItem(folder / "empty", folder / "empty.zip");
   EXPECT_EQ(fs::file_size(folder / "empty.zip"), 22u);
+
+  // An item that cannot be read ends zipping; the entries before it stay.
+  fs::create_directories(folder / "with pipe");
+  writeFile(folder / "with pipe/a", std::string("a"));
+  writeFile(folder / "with pipe/b", std::string("b"));
+  ASSERT_EQ(mkfifo((folder / "with pipe/c").c_str(), 0644), 0);
+  writeFile(folder / "with pipe/d", std::string("d"));
+  EXPECT_EQ(errorCode<FileError>([&] { zipItem(folder / "with pipe", folder / "pipe.zip"); }),
+            FileError::Code::fileReadNoPermission);
+  EXPECT_TRUE(infoZipAccepts(folder / "pipe.zip"));
+  unzipItem(folder / "pipe.zip", folder / "pipe");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder / "pipe"), {}), 2);
 
   // Damaged data is reported after the item was written, unless checksums are skipped.
   zipItem(folder / "file", folder / "stored.zip");

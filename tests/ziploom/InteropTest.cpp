@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <sstream>
 
 using namespace ziploom;
@@ -115,68 +117,83 @@ protected:
     }
   }
 
-  // Every entry agrees with zipinfo, and the bytes of all entries with unzip -p.
-  static void checkAgainstInfoZIP(const std::filesystem::path& path) {
-    SCOPED_TRACE(path.filename().string());
-    Archive archive(path, Archive::AccessMode::read);
-    const auto expected = zipinfo(path);
-    std::size_t index = 0;
-    Bytes all;
-    for (const auto& entry : archive) {
-      ASSERT_LT(index, expected.size());
-      const auto& listed = expected[index++];
-      SCOPED_TRACE(listed.path);
-      // zipinfo shows names without the UTF-8 flag as the raw bytes.
-      if (entry.centralDirectoryStructure.hasUTF8Path()) {
-        EXPECT_EQ(entry.path(), listed.path);
-      } else {
-        EXPECT_EQ(entry.centralDirectoryStructure.fileNameData, bytesOf(listed.path));
-      }
-      EXPECT_EQ(entry.type(), listed.type);
-      EXPECT_EQ(entry.checksum(), listed.crc);
-      EXPECT_EQ(entry.compressedSize(), listed.compressedSize);
-      EXPECT_EQ(entry.uncompressedSize(), listed.uncompressedSize);
-      Bytes bytes;
-      const auto checksum = archive.extract(entry, 4096, false, nullptr, [&](ByteView chunk) {
-        bytes.insert(bytes.end(), chunk.begin(), chunk.end());
-      });
-      EXPECT_EQ(checksum, crc32(bytes));
-      if (entry.type() != EntryType::directory) {
-        EXPECT_EQ(checksum, listed.crc);
-        all.insert(all.end(), bytes.begin(), bytes.end());
-      }
-    }
-    EXPECT_EQ(index, expected.size());
-    EXPECT_EQ(all, bytesOf(run("unzip -p " + quoted(path))));
-  }
-
   static inline TemporaryFolder* folder = nullptr;
 };
 
-} // namespace
-
-TEST_F(Interop, InfoZIPArchivesReadAsUnzipReadsThem) {
-  for (const auto* name :
-       {"zip-stored.zip", "zip-deflated.zip", "zip-streamed.zip", "zip-stdin.zip"}) {
-    checkAgainstInfoZIP(*folder / name);
-  }
+const char* typeName(EntryType type) {
+  return type == EntryType::directory ? "dir" : type == EntryType::symlink ? "link" : "file";
 }
 
-TEST_F(Interop, PythonArchivesReadAsUnzipReadsThem) {
-  for (const auto* name :
-       {"py-zip64-extras.zip", "py-zip64-end.zip", "py-names.zip", "py-cp437.zip"}) {
-    checkAgainstInfoZIP(*folder / name);
+// Every entry, read through the library and through `frameloom archive list` and `cat`, agrees
+// with zipinfo and unzip -p.
+void checkArchive(const std::filesystem::path& path) {
+  SCOPED_TRACE(path.filename().string());
+  const std::string tool = FRAMELOOM_TOOL_PATH;
+  const auto expected = zipinfo(path);
+  std::istringstream listing(run(tool + " archive list " + quoted(path)));
+  Archive archive(path, Archive::AccessMode::read);
+  std::size_t index = 0;
+  Bytes all;
+  for (const auto& entry : archive) {
+    ASSERT_LT(index, expected.size());
+    const auto& listed = expected[index++];
+    SCOPED_TRACE(listed.path);
+    // zipinfo shows names without the UTF-8 flag as the raw bytes.
+    const auto utf8 = entry.centralDirectoryStructure.hasUTF8Path();
+    EXPECT_EQ(utf8 ? bytesOf(entry.path()) : entry.centralDirectoryStructure.fileNameData,
+              bytesOf(listed.path));
+    EXPECT_EQ(entry.type(), listed.type);
+    Bytes bytes;
+    const auto checksum = archive.extract(entry, 4096, false, nullptr, [&](ByteView chunk) {
+      bytes.insert(bytes.end(), chunk.begin(), chunk.end());
+    });
+    EXPECT_EQ(checksum, crc32(bytes));
+    if (entry.type() != EntryType::directory) {
+      EXPECT_EQ(checksum, listed.crc);
+      all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+
+    char line[64];
+    std::snprintf(line, sizeof line, "%s %s %llu %llu %08x ", typeName(listed.type),
+                  entry.isCompressed() ? "deflate" : "stored",
+                  static_cast<unsigned long long>(listed.uncompressedSize),
+                  static_cast<unsigned long long>(listed.compressedSize), listed.crc);
+    std::string listedLine;
+    std::getline(listing, listedLine);
+    EXPECT_EQ(listedLine, line + entry.path());
+    if (listed.type == EntryType::file && utf8 && entry.path() == listed.path &&
+        listed.path.find_first_of("[]*?\\") == std::string::npos) {
+      EXPECT_EQ(run(tool + " archive cat " + quoted(path) + " " + testsupport::quoted(listed.path)),
+                run("unzip -p " + quoted(path) + " " + testsupport::quoted(listed.path)));
+    }
+  }
+  EXPECT_EQ(index, expected.size());
+  EXPECT_EQ(all, bytesOf(run("unzip -p " + quoted(path))));
+}
+
+} // namespace
+
+TEST_F(Interop, ArchivesOfZipAndPythonReadAsUnzipAndZipinfoSeeThem) {
+  for (const auto& item : std::filesystem::directory_iterator(folder->path())) {
+    if (item.path().extension() == ".zip") {
+      checkArchive(item.path());
+    }
   }
   const Archive names(*folder / "py-cp437.zip", Archive::AccessMode::read);
   EXPECT_TRUE(names["cp437/na\xC3\xAFve \xC3\xA9t\xC3\xA9 \xE2\x96\x91\xE2\x96\x92.txt"]);
 }
 
-TEST_F(Interop, StreamedEntriesFindTheirDataDescriptors) {
-  const Archive archive(*folder / "zip-streamed.zip", Archive::AccessMode::read);
-  const auto entry = archive["noise.bin"];
-  ASSERT_TRUE(entry);
-  EXPECT_TRUE(entry->centralDirectoryStructure.hasDataDescriptor());
-  EXPECT_TRUE(entry->dataDescriptor || entry->zip64DataDescriptor);
+TEST_F(Interop, RealAnimationsReadAsUnzipAndZipinfoSeeThem) {
+  const char* shared = std::getenv("FRAMELOOM_CORPUS");
+  const std::filesystem::path corpus = shared ? shared : "/work/shared/corpus";
+  if (!std::filesystem::is_directory(corpus)) {
+    GTEST_SKIP() << "no corpus of animations at " << corpus;
+  }
+  for (const auto& item : std::filesystem::directory_iterator(corpus)) {
+    if (item.path().extension() == ".lottie") {
+      checkArchive(item.path());
+    }
+  }
 }
 
 TEST_F(Interop, ExtractedTreesMatchWhatUnzipMakes) {
@@ -193,4 +210,16 @@ TEST_F(Interop, ExtractedTreesMatchWhatUnzipMakes) {
     EXPECT_EQ(run("cd " + quoted(ours) + " && find . -printf '%p %y %m\\n' | sort"),
               run("cd " + quoted(theirs) + " && find . -printf '%p %y %m\\n' | sort"));
   }
+}
+
+TEST_F(Interop, ToolFailuresAreOneLineOnStandardError) {
+  const std::string tool = FRAMELOOM_TOOL_PATH;
+  const auto archive = quoted(*folder / "zip-deflated.zip");
+  EXPECT_EQ(run(tool + " archive cat " + archive + " no-such-entry 2>&1; echo status $?"),
+            "frameloom: " + (*folder / "zip-deflated.zip").string() +
+                ": no entry no-such-entry\nstatus 1\n");
+  const auto notArchive = *folder / "source" / "text.json";
+  EXPECT_EQ(run(tool + " archive list " + quoted(notArchive) + " 2>&1; echo status $?"),
+            "frameloom: " + notArchive.string() +
+                ": not a ZIP archive: no end of central directory record\nstatus 1\n");
 }

@@ -10,13 +10,30 @@
 #include <iterator>
 #include <map>
 #include <ostream>
+#include <random>
 #include <stdexcept>
 #include <string>
 
-// Folders, files and outside tools for the writing tests.
+// Bytes, folders, files and outside tools for the writing tests.
 namespace ziploom::testing {
 
 namespace fs = std::filesystem;
+
+inline Bytes randomBytes(std::size_t count, unsigned seed = 42) {
+  std::mt19937 engine(seed);
+  Bytes bytes(count);
+  for (auto& byte : bytes) {
+    byte = static_cast<std::uint8_t>(engine());
+  }
+  return bytes;
+}
+
+// Serves the bytes of `source`, which must outlive it.
+inline Provider providerFor(const Bytes& source) {
+  return [&source](std::int64_t position, std::int64_t count) {
+    return Bytes(source.begin() + position, source.begin() + position + count);
+  };
+}
 
 // A fresh folder in the temporary directory, removed with its contents at the end of the test.
 class TemporaryFolder {

@@ -3,6 +3,7 @@
 #include "ProgressBar.h"
 
 #include "ziploom/Archive.h"
+#include "ziploom/Compression.h"
 #include "ziploom/Errors.h"
 #include "ziploom/FileSystem.h"
 
@@ -28,6 +29,8 @@ auto naming(const std::string& archivePath, Action action) {
   } catch (const ziploom::DataError& error) {
     throw std::runtime_error(archivePath + ": " + error.what());
   } catch (const ziploom::MemoryFileError& error) {
+    throw std::runtime_error(archivePath + ": " + error.what());
+  } catch (const ziploom::CompressionError& error) {
     throw std::runtime_error(archivePath + ": " + error.what());
   }
 }
@@ -73,10 +76,10 @@ void cat(const std::string& archivePath, const std::string& entryPath) {
     Archive archive(archivePath, Archive::AccessMode::read);
     const auto entry = archive[entryPath];
     if (!entry) {
-      throw std::runtime_error("no entry " + entryPath);
+      throw std::runtime_error(archivePath + ": no entry " + entryPath);
     }
     const auto checksum = archive.extract(*entry, [](ziploom::ByteView chunk) {
-      if (std::fwrite(chunk.data(), 1, chunk.size(), stdout) != chunk.size()) {
+      if (!chunk.empty() && std::fwrite(chunk.data(), 1, chunk.size(), stdout) != chunk.size()) {
         throw std::runtime_error("cannot write to standard output");
       }
     });

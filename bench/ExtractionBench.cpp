@@ -1,0 +1,233 @@
+// Extraction speed: Ziploom against unzip on the same generated archive in the same run, to
+// memory and to files, and against bare zlib inflate plus CRC-32 over the same streams (the floor
+// for any extractor). Prints MB/s of uncompressed data for each and the ratios.
+#include "ziploom/Archive.h"
+#include "ziploom/Compression.h"
+
+#include <benchmark/benchmark.h>
+#include <zlib.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <random>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using ziploom::Archive;
+
+constexpr std::size_t fileSize = 40 << 20;
+
+struct Setup {
+  fs::path folder;
+  fs::path archive;
+  std::uint64_t totalBytes = 0;
+
+  Setup() {
+    folder = fs::temp_directory_path() / ("ziploom-bench-" + std::to_string(getpid()));
+    fs::create_directories(folder / "source");
+    std::mt19937_64 random(2026);
+    // Four files of animation-like JSON text with random numbers (compressible about 3 to 1),
+    // and one of random bytes that zip stores.
+    for (int i = 0; i < 4; ++i) {
+      std::ofstream out(folder / "source" / ("frames-" + std::to_string(i) + ".json"));
+      std::string text;
+      while (text.size() < fileSize) {
+        text += "{\"t\":" + std::to_string(random() % 100000) + ",\"s\":[" +
+                std::to_string(random() % 1000) + "," + std::to_string(random() % 1000) +
+                "],\"c\":[0." + std::to_string(random() % 1000) + ",0.5,1,1]}\n";
+      }
+      text.resize(fileSize);
+      out << text;
+    }
+    {
+      std::ofstream out(folder / "source" / "noise.raw", std::ios::binary);
+      std::string bytes(fileSize, '\0');
+      for (auto& byte : bytes) {
+        byte = static_cast<char>(random());
+      }
+      out << bytes;
+    }
+    totalBytes = 5ull * fileSize;
+    archive = folder / "bench.zip";
+    const auto command = "cd '" + (folder / "source").string() + "' && zip -q -n .raw '" +
+                         archive.string() + "' frames-0.json frames-1.json frames-2.json " +
+                         "frames-3.json noise.raw";
+    if (std::system(command.c_str()) != 0) {
+      throw std::runtime_error("zip failed");
+    }
+    fs::remove_all(folder / "source");
+  }
+  ~Setup() { fs::remove_all(folder); }
+};
+
+Setup& setup() {
+  static Setup instance;
+  return instance;
+}
+
+void runShell(benchmark::State& state, const std::string& command) {
+  if (std::system(command.c_str()) != 0) {
+    state.SkipWithError(("failed: " + command).c_str());
+  }
+}
+
+void ZiploomToMemory(benchmark::State& state) {
+  auto& data = setup();
+  for (auto _ : state) {
+    Archive archive(data.archive, Archive::AccessMode::read);
+    for (const auto& entry : archive) {
+      const auto checksum = archive.extract(
+          entry, [](ziploom::ByteView chunk) { benchmark::DoNotOptimize(chunk.data()); });
+      if (checksum != entry.checksum()) {
+        state.SkipWithError("CRC-32 mismatch");
+      }
+    }
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.totalBytes));
+}
+
+void UnzipToMemory(benchmark::State& state) {
+  auto& data = setup();
+  for (auto _ : state) {
+    runShell(state, "unzip -p '" + data.archive.string() + "' > /dev/null");
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.totalBytes));
+}
+
+void ZiploomToFiles(benchmark::State& state) {
+  auto& data = setup();
+  const auto out = data.folder / "ziploom-out";
+  for (auto _ : state) {
+    Archive archive(data.archive, Archive::AccessMode::read);
+    for (const auto& entry : archive) {
+      archive.extract(entry, out / entry.path());
+    }
+    state.PauseTiming();
+    fs::remove_all(out);
+    state.ResumeTiming();
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.totalBytes));
+}
+
+void UnzipToFiles(benchmark::State& state) {
+  auto& data = setup();
+  const auto out = data.folder / "unzip-out";
+  for (auto _ : state) {
+    runShell(state, "unzip -q '" + data.archive.string() + "' -d '" + out.string() + "'");
+    state.PauseTiming();
+    fs::remove_all(out);
+    state.ResumeTiming();
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.totalBytes));
+}
+
+// The same streams read with fread in the same chunk size and fed straight to zlib.
+void BareZlibInflateAndCRC(benchmark::State& state) {
+  auto& data = setup();
+  struct Stream {
+    std::uint64_t offset, size;
+    bool deflated;
+  };
+  std::vector<Stream> streams;
+  {
+    Archive archive(data.archive, Archive::AccessMode::read);
+    for (const auto& entry : archive) {
+      const auto& local = entry.localFileHeader;
+      streams.push_back({entry.centralDirectoryStructure.resolvedLocalHeaderOffset() + 30 +
+                             local.fileNameLength + local.extraFieldLength,
+                         entry.compressedSize(), entry.isCompressed()});
+    }
+  }
+  constexpr std::size_t chunk = 16384;
+  std::vector<unsigned char> input(chunk), output(chunk);
+  for (auto _ : state) {
+    FILE* file = std::fopen(data.archive.c_str(), "rb");
+    for (const auto& stream : streams) {
+      fseeko(file, static_cast<off_t>(stream.offset), SEEK_SET);
+      uLong crc = 0;
+      z_stream z{};
+      if (stream.deflated) {
+        inflateInit2(&z, -MAX_WBITS);
+      }
+      std::uint64_t left = stream.size;
+      int status = Z_OK;
+      while (left > 0 && status != Z_STREAM_END) {
+        const auto n = std::fread(input.data(), 1, std::min<std::uint64_t>(chunk, left), file);
+        left -= n;
+        if (!stream.deflated) {
+          crc = crc32_z(crc, input.data(), n);
+          continue;
+        }
+        z.next_in = input.data();
+        z.avail_in = static_cast<uInt>(n);
+        do {
+          z.next_out = output.data();
+          z.avail_out = chunk;
+          status = inflate(&z, Z_NO_FLUSH);
+          crc = crc32_z(crc, output.data(), chunk - z.avail_out);
+        } while (z.avail_in > 0 && status == Z_OK);
+      }
+      if (stream.deflated) {
+        inflateEnd(&z);
+      }
+      benchmark::DoNotOptimize(crc);
+    }
+    std::fclose(file);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.totalBytes));
+}
+
+// Collects the throughput of every run and prints the comparisons after the usual table.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const auto& run : runs) {
+      const auto it = run.counters.find("bytes_per_second");
+      if (it != run.counters.end()) {
+        const auto name = run.benchmark_name();
+        rates_[name.substr(0, name.find('/'))] = it->second.value / 1e6;
+      }
+    }
+  }
+
+  void Finalize() override {
+    ConsoleReporter::Finalize();
+    auto rate = [this](const std::string& name) { return rates_[name]; };
+    std::printf("\nMB/s of uncompressed data (figures taken on a shared, busy machine):\n");
+    for (const auto& [name, value] : rates_) {
+      std::printf("  %-24s %8.1f\n", name.c_str(), value);
+    }
+    std::printf("ziploom / unzip, to memory:       %.2f x\n",
+                rate("ZiploomToMemory") / rate("UnzipToMemory"));
+    std::printf("ziploom / unzip, to files:        %.2f x\n",
+                rate("ZiploomToFiles") / rate("UnzipToFiles"));
+    std::printf("bare zlib / ziploom, to memory:   %.2f x (target: at most 1.2)\n",
+                rate("BareZlibInflateAndCRC") / rate("ZiploomToMemory"));
+  }
+
+private:
+  std::map<std::string, double> rates_;
+};
+
+} // namespace
+
+BENCHMARK(ZiploomToMemory)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(UnzipToMemory)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(BareZlibInflateAndCRC)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(ZiploomToFiles)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+BENCHMARK(UnzipToFiles)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  setup();
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+}
