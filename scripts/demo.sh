@@ -1,12 +1,9 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds Frameloom and runs its main job: for now, listing an archive
-# of the project's own ZIP library sources.
+# Installs what is missing, builds the frameloom tool and runs its main job, the demo, writing
+# into ./frameloom-demo (or the folder given as the first argument).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/dependencies.sh
-scripts/build.sh build -DFRAMELOOM_BUILD_TESTS=OFF
-build/tools/frameloom/frameloom --version
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-build/tools/frameloom/frameloom archive zip src/ziploom "$work/ziploom-sources.zip" --deflate --keep-parent
-build/tools/frameloom/frameloom archive list "$work/ziploom-sources.zip"
+cmake -S . -B build -G Ninja
+cmake --build build --target frameloom_tool -j "$(nproc)"
+build/tools/frameloom/frameloom demo --output "${1:-frameloom-demo}"

@@ -6,6 +6,7 @@
 #include "AnimationCommands.h"
 #include "ArchiveCommands.h"
 #include "CacheCommands.h"
+#include "PlayCommands.h"
 #include "RenderCommand.h"
 #include "frameloom/Version.h"
 
@@ -20,8 +21,9 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   frameloom::tool::addAnimationCommands(app);
   frameloom::tool::addArchiveCommands(app);
-  frameloom::tool::addRenderCommand(app);
   frameloom::tool::addCacheCommands(app);
+  frameloom::tool::addRenderCommand(app);
+  frameloom::tool::addPlayCommands(app);
   app.set_version_flag("--version", std::string(FrameloomVersionString)
                                         .substr(0, std::string(FrameloomVersionString).find('\n')));
 
