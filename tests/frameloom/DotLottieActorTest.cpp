@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -175,12 +177,16 @@ TEST_F(DotLottieActorTest, RecolouringAFileThatIsNotAnArchiveThrows) {
 
 TEST_F(DotLottieActorTest, SeekFromACancelledTaskLeavesTheAnimationAlone) {
   const auto animation = run(DotLottieActor::load(testing::bytesOf(halves()), Size{10, 10}));
-  const auto frame = run([&]() -> asio::awaitable<DotLottieActor::Frame> {
-    auto task =
-        platform::spawn(platform::sharedExecutor(), DotLottieActor::shared().seek(20, animation));
-    task.cancel();
-    co_return co_await task.value();
-  }());
+  // The task's own executor starts running only after the cancel, so the cancel always comes
+  // before the seek begins.
+  asio::io_context held;
+  auto keepRunning = asio::make_work_guard(held);
+  auto task = platform::spawn(held.get_executor(), DotLottieActor::shared().seek(20, animation));
+  task.cancel();
+  std::thread runner([&] { held.run(); });
+  const auto frame = run(task.value());
+  keepRunning.reset();
+  runner.join();
   EXPECT_FALSE(frame);
   EXPECT_EQ(animation->currentFrame(), 0.0f);
   run(DotLottieActor::shared().destroy(animation));
