@@ -9,6 +9,7 @@
 #include "PlayCommands.h"
 #include "RenderCommand.h"
 #include "frameloom/Version.h"
+#include "platform/runtime/SharedExecutor.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,7 +17,18 @@
 #include <exception>
 #include <iostream>
 
+namespace {
+
+// Work still running on the shared pool when a command ends (a frame being rendered, an animation
+// being destroyed) finishes before main() returns, while the renderer's static objects exist.
+struct SharedExecutorShutdown {
+  ~SharedExecutorShutdown() { frameloom::platform::shutDownSharedExecutor(); }
+};
+
+} // namespace
+
 int main(int argc, char** argv) {
+  const SharedExecutorShutdown shutdown;
   CLI::App app{"frameloom: recoloured dotLottie animations and ZIP archives", "frameloom"};
   app.require_subcommand(1);
   frameloom::tool::addAnimationCommands(app);

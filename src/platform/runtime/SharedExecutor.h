@@ -12,4 +12,10 @@ using SharedExecutor = asio::thread_pool::executor_type;
 // that, or still queued then, is accepted and never run.
 SharedExecutor sharedExecutor();
 
+// Stops the pool and waits for the handlers its threads are running. A host calls it before
+// leaving main(), so that no work is still running while the process destroys its static
+// objects (those of the renderer library among them); the exit handler then finds nothing to
+// wait for. Called from one of the pool's own threads, it stops the pool without waiting.
+void shutDownSharedExecutor();
+
 } // namespace frameloom::platform
