@@ -2,40 +2,22 @@
 
 #include "../frameloom/TestArchives.h"
 #include "ColorArguments.h"
+#include "ToolRun.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
 
 using frameloom::testing::makeArchive;
-using frameloom::testing::readFile;
 using frameloom::testing::TemporaryFolder;
+using frameloom::testing::ToolRun;
 
 namespace {
 
-struct ToolRun {
-  int status;
-  std::string out;
-  std::string err;
-};
-
 ToolRun runTool(const std::string& arguments, const TemporaryFolder& folder) {
-  const auto errPath = folder.path() / "stderr.txt";
-  const std::string command = "TMPDIR='" + folder.path().string() + "' '" FRAMELOOM_TOOL_PATH "' " +
-                              arguments + " 2>'" + errPath.string() + "'";
-  std::FILE* pipe = popen(command.c_str(), "r");
-  std::string out;
-  std::array<char, 4096> buffer;
-  while (const std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-    out.append(buffer.data(), n);
-  }
-  const int status = pclose(pipe);
-  return ToolRun{WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, readFile(errPath)};
+  return frameloom::testing::runTool(arguments, folder.path());
 }
 
 TEST(ColorArguments, ParsesTheThreeForms) {

@@ -4,12 +4,10 @@
 
 #include "../renderer/ArchiveSamples.h"
 #include "../renderer/LottieSamples.h"
+#include "ToolRun.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
@@ -18,11 +16,7 @@ namespace {
 using frameloom::platform::readPng;
 using frameloom::platform::Rgba8;
 
-struct ToolRun {
-  int status;
-  std::string out;
-  std::string err;
-};
+using frameloom::testing::ToolRun;
 
 class RenderCommand : public ::testing::Test {
 protected:
@@ -44,21 +38,7 @@ protected:
   void TearDown() override { std::filesystem::remove_all(folder); }
 
   ToolRun run(const std::string& arguments) const {
-    const auto errPath = folder / "stderr.txt";
-    const std::string command = "cd '" + folder.string() + "' && TMPDIR='" + folder.string() +
-                                "' '" FRAMELOOM_TOOL_PATH "' " + arguments + " 2>'" +
-                                errPath.string() + "'";
-    std::FILE* pipe = popen(command.c_str(), "r");
-    std::string out;
-    std::array<char, 4096> buffer;
-    while (const std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-      out.append(buffer.data(), n);
-    }
-    const int status = pclose(pipe);
-    std::ifstream err(errPath);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-            out,
-            {std::istreambuf_iterator<char>(err), {}}};
+    return frameloom::testing::runTool(arguments, folder);
   }
 
   std::filesystem::path folder;
