@@ -1,8 +1,7 @@
 #pragma once
 
-#include <filesystem>
+#include <cstdio>
 #include <string>
-#include <sys/types.h>
 
 namespace frameloom::testing {
 
@@ -13,15 +12,15 @@ public:
   TestHttpServer();
   TestHttpServer(const TestHttpServer&) = delete;
   TestHttpServer& operator=(const TestHttpServer&) = delete;
-  ~TestHttpServer();
+  ~TestHttpServer() { stop(); }
 
   // "http://127.0.0.1:PORT" followed by `path` (which starts with '/').
   std::string url(const std::string& path) const;
-  int port() const { return port_; }
   void stop();
 
 private:
-  pid_t process_ = -1;
+  std::FILE* output_ = nullptr; // the server's standard output; closing it waits for the server
+  int process_ = 0;
   int port_ = 0;
 };
 

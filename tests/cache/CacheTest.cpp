@@ -1,0 +1,280 @@
+#include "../tool/ToolRun.h"
+#include "TestHttpServer.h"
+#include "frameloom/CacheFolder.h"
+#include "frameloom/CacheKey.h"
+#include "frameloom/LottieCache.h"
+#include "frameloom/MemoryCache.h"
+#include "platform/runtime/MainLoop.h"
+#include "platform/runtime/SharedExecutor.h"
+
+#include <asio/co_spawn.hpp>
+#include <asio/use_future.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <fstream>
+#include <future>
+#include <set>
+#include <thread>
+
+namespace frameloom {
+namespace {
+namespace fs = std::filesystem;
+using platform::MainLoop;
+using platform::Url;
+using ::testing::ElementsAre;
+
+// Reference values computed independently over the UTF-16 units of each text.
+TEST(CacheKeyTest, MatchesReferenceHashes) {
+  auto longUrl = [](std::size_t length) {
+    std::string text = "https://example.com/";
+    for (std::size_t i = 0; text.size() < length; ++i) {
+      text += static_cast<char>('0' + i % 40);
+    }
+    return text;
+  };
+  EXPECT_EQ(cacheKey(""), "0");
+  EXPECT_EQ(cacheKey("https://example.com/a.lottie"), "7294305563325668239");
+  EXPECT_EQ(cacheKey("https://example.com/a.lottie#x"), "1139029115418646828");
+  EXPECT_EQ(cacheKey("https://example.com/b.lottie"), "-8687453759266905456");
+  // A surrogate pair and a one-unit code point; a byte that is not UTF-8 counts as U+FFFD.
+  EXPECT_EQ(cacheKey("https://example.com/\xC3\xA9\xF0\x9F\x98\x80.lottie"), "8012885034963492438");
+  EXPECT_EQ(cacheKey("http://h/\xFF"), "-6635438241336083210");
+  // 96 units are folded whole; from 97 on, only the head, middle and tail runs count.
+  EXPECT_EQ(cacheKey(longUrl(96)), "9003698490565716202");
+  EXPECT_EQ(cacheKey(longUrl(97)), "6283330499346484674");
+  std::string outside = longUrl(300), middle = longUrl(300);
+  outside[100] = '#';
+  middle[150] = '#';
+  EXPECT_EQ(cacheKey(outside), cacheKey(longUrl(300)));
+  EXPECT_NE(cacheKey(middle), cacheKey(longUrl(300)));
+}
+
+// Concurrent use of the memory level is covered by LottieCacheTest under ThreadSanitizer.
+TEST(MemoryCacheTest, EvictsLeastRecentlyUsedPastEitherLimit) {
+  auto bytes = [](std::size_t count) {
+    return std::make_shared<const std::vector<std::uint8_t>>(count, 7);
+  };
+  MemoryCache cache(3, 100);
+  cache.setObject("a", bytes(40));
+  cache.setObject("b", bytes(30));
+  cache.setObject("c", bytes(1));
+  cache.object("a");              // b is now the least recently used
+  cache.setObject("d", bytes(1)); // count limit: b goes
+  EXPECT_EQ(cache.object("b"), nullptr);
+  cache.setObject("c", bytes(60)); // replacing frees the old cost; cost limit: a goes
+  EXPECT_EQ(cache.object("a"), nullptr);
+  EXPECT_EQ(cache.totalCost(), 61);
+  cache.setObject("huge", bytes(101)); // over the limit on its own: not kept, nothing evicted
+  EXPECT_EQ(cache.object("huge"), nullptr);
+  EXPECT_EQ(cache.count(), 2u);
+}
+
+TEST(EvictionCandidatesTest, OldestFirstStableOnEqualDatesWithoutUndatedOrUnsized) {
+  using Date = std::chrono::sys_time<std::chrono::nanoseconds>;
+  const Date early{std::chrono::nanoseconds(100)}, late{std::chrono::nanoseconds(200)};
+  std::vector<FolderItem> items = {
+      {"late-a", late, 1}, {"undated", std::nullopt, 1},    {"early", early, 1},
+      {"late-b", late, 1}, {"folder", early, std::nullopt}, {"late-c", late, 1},
+  };
+  std::vector<std::string> order;
+  for (const FolderItem& item : evictionCandidates(items)) {
+    order.push_back(item.path.string());
+  }
+  EXPECT_THAT(order, ::testing::ElementsAre("early", "late-a", "late-b", "late-c"));
+}
+
+// The chain of an error and its causes, e.g. "network(HTTP 204)".
+std::string nesting(const std::exception& error) {
+  if (const auto* cache = dynamic_cast<const LottieCacheError*>(&error)) {
+    const std::string name = std::array{"network", "diskWrite", "diskRead", "invalidData"}.at(
+        static_cast<std::size_t>(cache->code()));
+    return cache->cause() ? name + "(" + nesting(*cache->cause()) + ")" : name;
+  }
+  if (const auto* status = dynamic_cast<const HttpStatusError*>(&error)) {
+    return "HTTP " + std::to_string(status->code());
+  }
+  const auto* transfer = dynamic_cast<const TransferError*>(&error);
+  return transfer ? "transfer " + std::to_string(transfer->code()) : "system";
+}
+
+// Waits, with no deadline, for what the cache's detached tasks do.
+void eventually(const std::function<bool()>& condition) {
+  while (!condition()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
+class LottieCacheTest : public ::testing::Test {
+protected:
+  static void SetUpTestSuite() { server = std::make_unique<testing::TestHttpServer>(); }
+  static void TearDownTestSuite() { server.reset(); }
+  void TearDown() override { fs::remove_all(folder); }
+
+  std::unique_ptr<LottieCache> makeCache() {
+    return std::make_unique<LottieCache>(
+        folder,
+        TransferLimits{.stallTimeout = std::chrono::milliseconds(500), .maxBodySize = 1'000'000});
+  }
+  static Url url(const std::string& path) { return *Url::parse(server->url(path)); }
+  static LottieCache::Data load(LottieCache& cache, const Url& from) {
+    return MainLoop::shared().runUntilComplete(cache.loadLottie(from));
+  }
+  static int requestsServed() {
+    auto answer = HttpTransfer(TransferLimits{}).get(server->url("/requests")).body;
+    return std::stoi(std::string(answer.begin(), answer.end()));
+  }
+  // A file of `size` bytes that takes no disk space; made after a pause for a later date.
+  void makeSparseFile(const std::string& name, std::int64_t size) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(15));
+    std::ofstream(folder / name).close();
+    fs::resize_file(folder / name, static_cast<std::uintmax_t>(size));
+  }
+  std::set<std::string> names() const {
+    std::set<std::string> result;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      result.insert(entry.path().filename());
+    }
+    return result;
+  }
+
+  static inline std::unique_ptr<testing::TestHttpServer> server;
+  const fs::path folder =
+      fs::temp_directory_path() / ("frameloom-cache-" + std::to_string(::getpid()));
+};
+
+TEST_F(LottieCacheTest, StoresUnderTheKeyHitsMemoryAndDiskAndClears) {
+  const Url from = url("/redirect/10"); // the last of ten redirects answers 64 bytes
+  auto cache = makeCache();
+  LottieCache::Data data = load(*cache, from);
+  ASSERT_EQ(data->size(), 64u);
+  EXPECT_THAT(names(), ElementsAre(cacheKey(from.absoluteString()))); // and no temporary file
+  EXPECT_EQ(cache->cacheFile(from), folder / cacheKey(from.absoluteString()));
+  const int requests = requestsServed();
+  fs::rename(cache->cacheFile(from), folder / "moved");
+  EXPECT_EQ(load(*cache, from), data); // the same buffer: no file, no request
+  fs::rename(folder / "moved", cache->cacheFile(from));
+
+  cache = makeCache();
+  EXPECT_EQ(load(*cache, from)->size(), 64u); // a new instance reads the file
+  std::ofstream(cache->cacheFile(from), std::ios::binary) << "changed";
+  platform::LowMemorySignal::shared().post(); // memory is emptied; the file is read again
+  LottieCache::Data reread = load(*cache, from);
+  EXPECT_EQ(std::string(reread->begin(), reread->end()), "changed");
+  EXPECT_EQ(requestsServed(), requests + 1); // only the count itself
+
+  cache->clearCache(); // empties memory at once and the folder soon
+  eventually([&] { return names().empty(); });
+  load(*cache, from);
+  EXPECT_EQ(requestsServed(), requests + 13);
+}
+
+TEST_F(LottieCacheTest, FailuresNestTheirCausesAndStoreNothing) {
+  auto cache = makeCache();
+  const std::string http = "Network error: Network error: The operation couldn't be completed. ";
+  auto expectFailure = [&](const Url& from, const std::string& chain, const std::string& text) {
+    SCOPED_TRACE(from.absoluteString());
+    try {
+      load(*cache, from);
+      ADD_FAILURE() << "loaded";
+    } catch (const LottieCacheError& error) {
+      EXPECT_EQ(nesting(error), chain);
+      EXPECT_THAT(error.what(), ::testing::StartsWith(text));
+    }
+  };
+  expectFailure(url("/status/204"), "network(network(HTTP 204))", http + "(HTTP error 204.)");
+  expectFailure(url("/status/206"), "network(network(HTTP 206))", http);
+  expectFailure(url("/status/404"), "network(network(HTTP 404))", http);
+  expectFailure(url("/bytes/0"), "network(invalidData)",
+                "Network error: Invalid or corrupted data received");
+  const std::vector<std::tuple<Url, int, std::string>> transfers = {
+      {url("/redirect/11"), 47, "Number of redirects"},
+      {url("/redirect-to?ftp://127.0.0.1/a"), 1, "Unsup"},
+      {*Url::parse("file:///etc/hostname"), 1, "Unsup"},
+      {url("/drop"), 18, "Transferred a partial file"},
+      {url("/slow"), 28, "Timeout was reached"},
+      {url("/bytes/1000001"), 63, "Maximum file size"},
+      {*Url::parse("http://127.0.0.1:1/"), 7, "Could"},
+  };
+  for (const auto& [from, code, text] : transfers) {
+    expectFailure(from, "network(transfer " + std::to_string(code) + ")", "Network error: " + text);
+  }
+  EXPECT_TRUE(names().empty());
+
+  const Url from = url("/bytes/10");
+  fs::create_directory(cache->cacheFile(from)); // exists, but cannot be read as a file
+  expectFailure(from, "diskRead(system)", "Failed to read from disk: ");
+  fs::remove_all(folder);
+  expectFailure(from, "network(diskWrite(system))", "Network error: Failed to write to disk: ");
+}
+
+TEST_F(LottieCacheTest, TrimsAtStartUpAndWhenADownloadCrossesTheLimit) {
+  constexpr std::int64_t mebibyte = 1024 * 1024;
+  fs::create_directories(folder);
+  makeSparseFile("old", 60 * mebibyte);
+  makeSparseFile("middle", 30 * mebibyte);
+  makeSparseFile("new", 30 * mebibyte);
+  auto cache = makeCache();
+  eventually([&] { return !fs::exists(folder / "old"); });
+  EXPECT_THAT(names(), ElementsAre("middle", "new"));
+
+  makeSparseFile("filler", LottieCache::maxDiskSize - 60 * mebibyte - 1000);
+  const Url exact = url("/bytes/1000/exact"); // brings the folder to exactly the limit
+  load(*cache, exact);
+  EXPECT_EQ(MainLoop::shared().runUntilComplete(cache->diskCacheSize()), LottieCache::maxDiskSize);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200)); // time for a wrong trim to show
+  EXPECT_EQ(names().size(), 4u);
+
+  const Url over = url("/bytes/1/over"); // one byte more: the oldest go, down to the target
+  load(*cache, over);
+  eventually([&] { return !fs::exists(folder / "filler"); });
+  EXPECT_THAT(names(), ::testing::UnorderedElementsAre(cacheKey(exact.absoluteString()),
+                                                       cacheKey(over.absoluteString())));
+}
+
+TEST_F(LottieCacheTest, ConcurrentLoadsOfTheSameAndDifferentUrls) {
+  auto cache = makeCache();
+  auto loads = [](LottieCache* cache, int t) -> asio::awaitable<std::size_t> {
+    std::size_t total = 0;
+    for (int i = 0; i < 8; ++i) {
+      total +=
+          (co_await cache->loadLottie(url("/bytes/" + std::to_string(100 + (t + i) % 4))))->size();
+      if (i % 3 == 0) {
+        platform::LowMemorySignal::shared().post();
+      }
+    }
+    co_await cache->trimDiskCache();
+    co_return total;
+  };
+  std::vector<std::future<std::size_t>> running;
+  for (int t = 0; t < 16; ++t) {
+    running.push_back(
+        asio::co_spawn(platform::sharedExecutor(), loads(cache.get(), t), asio::use_future));
+  }
+  for (auto& result : running) {
+    EXPECT_EQ(result.get(), 2u * (100 + 101 + 102 + 103));
+  }
+  EXPECT_EQ(names().size(), 4u);
+}
+
+// The tool's fetch goes through a cache in $XDG_CACHE_HOME/LottieCache; cache clear empties it.
+TEST_F(LottieCacheTest, ToolFetchesThroughTheDiskCacheAndClearsIt) {
+  fs::create_directories(folder);
+  ::setenv("XDG_CACHE_HOME", folder.c_str(), 1);
+  const std::string from = server->url("/bytes/4321/tool.lottie");
+  const fs::path file = folder / "LottieCache" / cacheKey(from);
+  EXPECT_EQ(testing::runTool("fetch '" + from + "'", folder).out,
+            "4321 bytes, cached at " + file.string() + "\n");
+  std::ofstream(file, std::ios::binary) << "from disk"; // a second run reads the file
+  EXPECT_EQ(testing::runTool("fetch '" + from + "'", folder).out,
+            "9 bytes, cached at " + file.string() + "\n");
+  EXPECT_THAT(testing::runTool("fetch http://127.0.0.1:1/a", folder).err,
+              ::testing::StartsWith("frameloom: http://127.0.0.1:1/a: Network error: "));
+  EXPECT_EQ(testing::runTool("cache clear", folder).status, 0);
+  EXPECT_TRUE(fs::is_empty(folder / "LottieCache"));
+  ::unsetenv("XDG_CACHE_HOME");
+}
+
+} // namespace
+} // namespace frameloom
