@@ -69,12 +69,17 @@ TEST(FileSystemTest, UnzippingRefusesEntriesThatLeaveTheDestinationBeforeWriting
       EXPECT_FALSE(fs::exists(folder / "evil"));
     }
   }
-  // A path that climbs back in is fine, and so is a link that points outside when allowed.
+  // A path that climbs back in is fine, and so is a link that points outside when allowed; link
+  // targets are checked even when checksums are skipped, and must be UTF-8.
   const auto archive = folder / "fine.zip";
   makeHostileArchive(archive, {"a/../inside", "out->" + outside.string()});
   fs::remove_all(destination);
-  EXPECT_EQ(errorOf<ArchiveError>([&] { unzipItem(archive, destination); }),
+  EXPECT_EQ(errorOf<ArchiveError>([&] { unzipItem(archive, destination, true); }),
             ArchiveError::Code::uncontainedSymlink);
+  makeHostileArchive(folder / "binary.zip", {"binary->\xFF\xFE"});
+  EXPECT_EQ(
+      errorOf<ArchiveError>([&] { unzipItem(folder / "binary.zip", destination, false, true); }),
+      ArchiveError::Code::invalidEntryPath);
   fs::remove_all(destination);
   unzipItem(archive, destination, false, true);
   EXPECT_TRUE(fs::exists(destination / "inside"));
