@@ -1,21 +1,33 @@
-// Zipping and unzipping a generated folder with Ziploom and with Info-ZIP's zip and unzip, side by
-// side in the same run, at the same compression level. Prints MB/s for both and the ratio of
-// Ziploom's time to Info-ZIP's (below 1 means Ziploom is faster). Each figure is the best of
-// several runs, taken in turns with the peer; the machine may be busy, so compare ratios from one
-// run, not figures across runs.
+// Zipping and unzipping a generated folder with Ziploom, with Info-ZIP's zip and unzip, and with
+// bare zlib plus CRC-32 doing the same reads and writes (the floor for any archiver), side by side
+// in the same run at the same compression level. Each figure is the best of several runs taken
+// in turns, so that every contender meets the same load; wall time and CPU time (user + system,
+// the child's for Info-ZIP) are printed with the ratio of Ziploom's to the peer's (below 1 means
+// Ziploom is faster) and whether the target is met. The machine may be busy: compare ratios from
+// one run, not figures across runs; CPU ratios are the steadier ones under load.
 //
-// Usage: ziploom_zip_benchmark [megabytes (default 200)] [runs (default 3)]
+// Usage: ziploom_zip_benchmark [megabytes (default 200)] [runs (default 3)] [--folder-only]
+// --folder-only times the mixed folder against Info-ZIP, deflated, and prints one line
+// "megabytes ziploom-zip info-zip-zip ziploom-unzip info-zip-unzip" of wall seconds (for plots).
 
+#include "ziploom/Archive.h"
 #include "ziploom/FileSystem.h"
 
+#include <sys/resource.h>
+#include <zlib.h>
+
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -31,52 +43,71 @@ public:
     path_ = name;
   }
   ~Folder() { fs::remove_all(path_); }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
   const fs::path& path() const { return path_; }
 
 private:
   fs::path path_;
 };
 
-// Files of mixed sizes, from a few hundred bytes to a few megabytes; half text-like (deflate
-// shrinks it to about a third), half random (deflate cannot shrink it).
+std::string textBytes(std::mt19937_64& engine, std::size_t size) {
+  static const std::string words[] = {"frame ",     "loom ",  "colour ",
+                                      "archive ",   "entry ", "deflate ",
+                                      "animation ", "layer ", "{\"k\":[0.5,0.25,1,1]}, "};
+  std::string bytes;
+  bytes.reserve(size + 32);
+  while (bytes.size() < size) {
+    bytes += words[engine() % std::size(words)];
+  }
+  bytes.resize(size);
+  return bytes;
+}
+
+std::string randomBytes(std::mt19937_64& engine, std::size_t size) {
+  std::string bytes(size + 8, '\0');
+  for (std::size_t at = 0; at < size; at += 8) {
+    const auto value = engine();
+    std::memcpy(bytes.data() + at, &value, sizeof value);
+  }
+  bytes.resize(size);
+  return bytes;
+}
+
+void writeFile(const fs::path& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+// Files of mixed sizes, from 256 bytes to 4 MB; half text-like (deflate shrinks it to about a
+// third), half random (deflate cannot shrink it).
 std::uint64_t makeMixedTree(const fs::path& root, std::uint64_t totalBytes) {
   std::mt19937_64 engine(7);
   std::uint64_t written = 0;
-  const std::string words[] = {"frame ",     "loom ",  "colour ",
-                               "archive ",   "entry ", "deflate ",
-                               "animation ", "layer ", "{\"k\":[0.5,0.25,1,1]}, "};
   for (int index = 0; written < totalBytes; ++index) {
     const auto folder =
         root / ("folder" + std::to_string(index % 17)) / ("sub" + std::to_string(index % 5));
     fs::create_directories(folder);
-    const std::uint64_t size = std::uint64_t{256} << (engine() % 15);
-    std::string bytes;
-    bytes.reserve(size);
-    if (index % 2 == 0) {
-      while (bytes.size() < size) {
-        bytes += words[engine() % std::size(words)];
-      }
-      bytes.resize(size);
-    } else {
-      while (bytes.size() < size) {
-        const auto value = engine();
-        bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
-      }
-      bytes.resize(size);
-    }
-    std::ofstream(folder / ("file" + std::to_string(index) + ".dat"), std::ios::binary)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    const std::size_t size = std::size_t{256} << (engine() % 15);
+    writeFile(folder / ("file" + std::to_string(index) + ".dat"),
+              index % 2 == 0 ? textBytes(engine, size) : randomBytes(engine, size));
     written += size;
   }
   return written;
 }
 
-void makeSmallFiles(const fs::path& root, int count) {
-  for (int index = 0; index < count; ++index) {
+// 10,000 text-like files of 1 to 8 KB in folders of 500.
+std::uint64_t makeSmallFiles(const fs::path& root) {
+  std::mt19937_64 engine(11);
+  std::uint64_t written = 0;
+  for (int index = 0; index < 10000; ++index) {
     const auto folder = root / ("folder" + std::to_string(index / 500));
     fs::create_directories(folder);
-    std::ofstream(folder / ("small" + std::to_string(index) + ".txt")) << "small file " << index;
+    const std::size_t size = 1024 + engine() % (7 * 1024 + 1);
+    writeFile(folder / ("small" + std::to_string(index) + ".txt"), textBytes(engine, size));
+    written += size;
   }
+  return written;
 }
 
 std::string quoted(const fs::path& path) {
@@ -89,31 +120,243 @@ void run(const std::string& command) {
   }
 }
 
-double seconds(const std::function<void()>& action) {
+double cpuSeconds(const rusage& usage) {
+  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+struct Time {
+  double wall = 1e300;
+  double cpu = 1e300;
+};
+
+// Wall and CPU seconds of `action`: this process's CPU time plus that of the children it waited
+// for, so a shell command counts the peer's work.
+Time measure(const std::function<void()>& action) {
+  rusage selfBefore{}, childrenBefore{}, selfAfter{}, childrenAfter{};
+  getrusage(RUSAGE_SELF, &selfBefore);
+  getrusage(RUSAGE_CHILDREN, &childrenBefore);
   const auto start = std::chrono::steady_clock::now();
   action();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const auto wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  getrusage(RUSAGE_SELF, &selfAfter);
+  getrusage(RUSAGE_CHILDREN, &childrenAfter);
+  return {wall, cpuSeconds(selfAfter) - cpuSeconds(selfBefore) + cpuSeconds(childrenAfter) -
+                    cpuSeconds(childrenBefore)};
 }
 
-// The best times of `runs` runs of each action, taken in turns so that both meet the same load;
-// `reset` runs untimed before each.
-std::pair<double, double> bestSeconds(int runs, const std::function<void()>& reset,
-                                      const std::function<void()>& ours,
-                                      const std::function<void()>& theirs) {
-  std::pair<double, double> best{1e300, 1e300};
+// The best wall and CPU times of `runs` runs of each action, taken in turns; `reset` runs untimed
+// before each.
+std::vector<Time> best(int runs, const std::function<void()>& reset,
+                       const std::vector<std::function<void()>>& actions) {
+  std::vector<Time> times(actions.size());
   for (int i = 0; i < runs; ++i) {
-    reset();
-    best.first = std::min(best.first, seconds(ours));
-    reset();
-    best.second = std::min(best.second, seconds(theirs));
+    for (std::size_t a = 0; a < actions.size(); ++a) {
+      reset();
+      const auto time = measure(actions[a]);
+      times[a].wall = std::min(times[a].wall, time.wall);
+      times[a].cpu = std::min(times[a].cpu, time.cpu);
+    }
   }
-  return best;
+  reset();
+  return times;
 }
 
-void report(const char* what, double megabytes, double ziploom, double infoZip) {
-  std::printf("%-34s ziploom %7.3f s %8.1f MB/s   info-zip %7.3f s %8.1f MB/s   ratio %.2f\n", what,
-              ziploom, megabytes / ziploom, infoZip, megabytes / infoZip, ziploom / infoZip);
+void report(const std::string& what, double megabytes, const Time& ours, const char* peerName,
+            const Time& peer, double target) {
+  const double wallRatio = ours.wall / peer.wall;
+  const double cpuRatio = ours.cpu / peer.cpu;
+  std::printf("%-24s ziploom %7.3f s (cpu %7.3f, %6.1f MB/s)  %-9s %7.3f s (cpu %7.3f)  "
+              "ratio wall %.2f cpu %.2f  target <= %.2f: %s\n",
+              what.c_str(), ours.wall, ours.cpu, megabytes / ours.wall, peerName, peer.wall,
+              peer.cpu, wallRatio, cpuRatio, target,
+              cpuRatio <= target ? (wallRatio <= target ? "met" : "met (cpu only)") : "missed");
   std::fflush(stdout);
+}
+
+std::vector<fs::path> regularFiles(const fs::path& root) {
+  std::vector<fs::path> files;
+  for (const auto& item : fs::recursive_directory_iterator(root)) {
+    if (item.is_regular_file()) {
+      files.push_back(item.path());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+File open(const fs::path& path, const char* mode) {
+  File file(std::fopen(path.c_str(), mode));
+  if (!file) {
+    throw std::runtime_error("cannot open " + path.string());
+  }
+  return file;
+}
+
+constexpr std::size_t bareChunk = 65536;
+
+// The floor for zipping: every file read, CRC-32 over it, deflated (level 6, raw) or stored,
+// written one after the other to a single output file.
+void bareZip(const std::vector<fs::path>& files, const fs::path& output, bool deflate) {
+  const auto out = open(output, "wb");
+  std::vector<unsigned char> input(bareChunk), compressed(bareChunk);
+  for (const auto& path : files) {
+    const auto in = open(path, "rb");
+    uLong crc = crc32_z(0, nullptr, 0);
+    z_stream z{};
+    if (deflate) {
+      deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+    }
+    for (;;) {
+      const auto n = std::fread(input.data(), 1, input.size(), in.get());
+      crc = crc32_z(crc, input.data(), n);
+      if (!deflate) {
+        std::fwrite(input.data(), 1, n, out.get());
+      } else {
+        z.next_in = input.data();
+        z.avail_in = static_cast<uInt>(n);
+        const int flush = n < input.size() ? Z_FINISH : Z_NO_FLUSH;
+        do {
+          z.next_out = compressed.data();
+          z.avail_out = static_cast<uInt>(compressed.size());
+          ::deflate(&z, flush);
+          std::fwrite(compressed.data(), 1, compressed.size() - z.avail_out, out.get());
+        } while (z.avail_out == 0);
+      }
+      if (n < input.size()) {
+        break;
+      }
+    }
+    if (deflate) {
+      deflateEnd(&z);
+    }
+  }
+}
+
+struct Stream {
+  fs::path path;
+  std::uint64_t offset, size;
+  bool deflated;
+};
+
+// Where each entry's data lies in the archive, read before the clock starts.
+std::vector<Stream> streamsOf(const fs::path& archivePath) {
+  std::vector<Stream> streams;
+  ziploom::Archive archive(archivePath, ziploom::Archive::AccessMode::read);
+  for (const auto& entry : archive) {
+    if (entry.type() != ziploom::Entry::EntryType::file) {
+      continue;
+    }
+    const auto& local = entry.localFileHeader;
+    streams.push_back({entry.path(),
+                       entry.centralDirectoryStructure.resolvedLocalHeaderOffset() + 30 +
+                           local.fileNameLength + local.extraFieldLength,
+                       entry.compressedSize(), entry.isCompressed()});
+  }
+  return streams;
+}
+
+// The floor for unzipping: every stream read, inflated, CRC-32 over the output, written to its
+// own new file in the same folder tree.
+void bareUnzip(const fs::path& archivePath, const std::vector<Stream>& streams,
+               const fs::path& destination) {
+  const auto in = open(archivePath, "rb");
+  std::vector<unsigned char> input(bareChunk), output(bareChunk);
+  for (const auto& stream : streams) {
+    const auto target = destination / stream.path;
+    fs::create_directories(target.parent_path());
+    const auto out = open(target, "wbx");
+    fseeko(in.get(), static_cast<off_t>(stream.offset), SEEK_SET);
+    uLong crc = crc32_z(0, nullptr, 0);
+    z_stream z{};
+    if (stream.deflated) {
+      inflateInit2(&z, -MAX_WBITS);
+    }
+    std::uint64_t left = stream.size;
+    int status = Z_OK;
+    while (left > 0 && status != Z_STREAM_END) {
+      const auto n =
+          std::fread(input.data(), 1, std::min<std::uint64_t>(bareChunk, left), in.get());
+      if (n == 0) {
+        break;
+      }
+      left -= n;
+      if (!stream.deflated) {
+        crc = crc32_z(crc, input.data(), n);
+        std::fwrite(input.data(), 1, n, out.get());
+        continue;
+      }
+      z.next_in = input.data();
+      z.avail_in = static_cast<uInt>(n);
+      do {
+        z.next_out = output.data();
+        z.avail_out = static_cast<uInt>(output.size());
+        status = inflate(&z, Z_NO_FLUSH);
+        const auto produced = output.size() - z.avail_out;
+        crc = crc32_z(crc, output.data(), produced);
+        std::fwrite(output.data(), 1, produced, out.get());
+      } while (z.avail_in > 0 && status == Z_OK);
+    }
+    if (stream.deflated) {
+      inflateEnd(&z);
+    }
+  }
+}
+
+// Zips and unzips `source` with each contender; prints lines against Info-ZIP and against bare
+// zlib. Returns the best wall times: ziploom zip, Info-ZIP zip, ziploom unzip, Info-ZIP unzip.
+std::vector<double> compareFolder(const Folder& work, const fs::path& source, double megabytes,
+                                  int runs, ziploom::CompressionMethod method, bool withBare,
+                                  bool print) {
+  const bool deflate = method == ziploom::CompressionMethod::deflate;
+  const std::string label = deflate ? "deflated" : "stored";
+  const auto ours = work.path() / "ziploom.zip";
+  const auto theirs = work.path() / "infozip.zip";
+  const auto bare = work.path() / "bare.out";
+  const auto clear = [&] {
+    fs::remove(ours);
+    fs::remove(theirs);
+    fs::remove(bare);
+  };
+  const auto zipCommand = "cd " + quoted(source) + " && zip -q -r -y " + (deflate ? "-6 " : "-0 ") +
+                          quoted(theirs) + " .";
+  const auto files = regularFiles(source);
+  std::vector<std::function<void()>> zippers{[&] { ziploom::zipItem(source, ours, false, method); },
+                                             [&] { run(zipCommand); }};
+  if (withBare) {
+    zippers.emplace_back([&] { bareZip(files, bare, deflate); });
+  }
+  const auto zipping = best(runs, clear, zippers);
+
+  ziploom::zipItem(source, ours, false, method);
+  const auto streams = streamsOf(ours);
+  const auto unzipped = work.path() / "unzipped";
+  const auto reset = [&] { fs::remove_all(unzipped); };
+  std::vector<std::function<void()>> unzippers{
+      [&] { ziploom::unzipItem(ours, unzipped); },
+      [&] { run("unzip -q " + quoted(ours) + " -d " + quoted(unzipped)); }};
+  if (withBare) {
+    unzippers.emplace_back([&] { bareUnzip(ours, streams, unzipped); });
+  }
+  const auto unzipping = best(runs, reset, unzippers);
+  clear();
+
+  if (print) {
+    report("zip, " + label, megabytes, zipping[0], "info-zip", zipping[1], 1.0);
+    if (withBare) {
+      report("zip, " + label, megabytes, zipping[0], "zlib+crc", zipping[2], 1.1);
+    }
+    report("unzip, " + label, megabytes, unzipping[0], "info-zip", unzipping[1], 1.0);
+    if (withBare) {
+      report("unzip, " + label, megabytes, unzipping[0], "zlib+crc", unzipping[2], 1.1);
+    }
+  }
+  return {zipping[0].wall, zipping[1].wall, unzipping[0].wall, unzipping[1].wall};
 }
 
 } // namespace
@@ -121,50 +364,45 @@ void report(const char* what, double megabytes, double ziploom, double infoZip) 
 int main(int argc, char** argv) {
   const std::uint64_t megabytes = argc > 1 ? std::stoull(argv[1]) : 200;
   const int runs = argc > 2 ? std::stoi(argv[2]) : 3;
+  const bool folderOnly = argc > 3 && std::string(argv[3]) == "--folder-only";
   Folder work;
   const auto source = work.path() / "source";
-  const auto bytes = makeMixedTree(source, megabytes << 20);
-  const double size = static_cast<double>(bytes) / 1e6;
-  std::printf("source: %.1f MB in %zu items; best of %d runs; taken on a shared, busy machine\n",
-              size,
-              static_cast<std::size_t>(std::distance(fs::recursive_directory_iterator(source),
-                                                     fs::recursive_directory_iterator())),
-              runs);
+  const double size = static_cast<double>(makeMixedTree(source, megabytes << 20)) / 1e6;
+  if (folderOnly) {
+    const auto times =
+        compareFolder(work, source, size, runs, ziploom::CompressionMethod::deflate, false, false);
+    std::printf("%.1f %.3f %.3f %.3f %.3f\n", size, times[0], times[1], times[2], times[3]);
+    return 0;
+  }
+  std::printf("mixed folder: %.1f MB in %zu files; best of %d runs; taken on a shared, busy "
+              "machine\n",
+              size, regularFiles(source).size(), runs);
+  for (const auto method :
+       {ziploom::CompressionMethod::deflate, ziploom::CompressionMethod::none}) {
+    compareFolder(work, source, size, runs, method, true, true);
+  }
+  fs::remove_all(source);
 
+  const auto small = work.path() / "small";
+  const double smallSize = static_cast<double>(makeSmallFiles(small)) / 1e6;
+  std::printf("10,000 files of 1 to 8 KB: %.1f MB\n", smallSize);
   const auto ours = work.path() / "ziploom.zip";
   const auto theirs = work.path() / "infozip.zip";
-  const auto clear = [&] {
-    fs::remove(ours);
-    fs::remove(theirs);
-  };
   for (const auto method :
        {ziploom::CompressionMethod::deflate, ziploom::CompressionMethod::none}) {
     const bool deflate = method == ziploom::CompressionMethod::deflate;
-    const auto zipCommand = "cd " + quoted(source) + " && zip -q -r -y " +
-                            (deflate ? "-6 " : "-0 ") + quoted(theirs) + " .";
-    const auto [zipping, infoZipping] = bestSeconds(
-        runs, clear, [&] { ziploom::zipItem(source, ours, false, method); },
-        [&] { run(zipCommand); });
-    report(deflate ? "zip, deflated" : "zip, stored", size, zipping, infoZipping);
-
-    ziploom::zipItem(source, ours, false, method);
-    const auto unzipped = work.path() / "unzipped";
-    const auto reset = [&] { fs::remove_all(unzipped); };
-    const auto [unzipping, infoUnzipping] = bestSeconds(
-        runs, reset, [&] { ziploom::unzipItem(ours, unzipped); },
-        [&] { run("unzip -q " + quoted(ours) + " -d " + quoted(unzipped)); });
-    report(deflate ? "unzip, deflated" : "unzip, stored", size, unzipping, infoUnzipping);
-    reset();
-    clear();
+    const auto times = best(runs,
+                            [&] {
+                              fs::remove(ours);
+                              fs::remove(theirs);
+                            },
+                            {[&] { ziploom::zipItem(small, ours, false, method); },
+                             [&] {
+                               run("cd " + quoted(small) + " && zip -q -r -y " +
+                                   (deflate ? "-6 " : "-0 ") + quoted(theirs) + " .");
+                             }});
+    report(deflate ? "zip small, deflated" : "zip small, stored", smallSize, times[0], "info-zip",
+           times[1], 1.0);
   }
-
-  const auto small = work.path() / "small";
-  makeSmallFiles(small, 10000);
-  const auto [smallZipping, smallInfoZipping] = bestSeconds(
-      runs, clear,
-      [&] { ziploom::zipItem(small, ours, false, ziploom::CompressionMethod::deflate); },
-      [&] { run("cd " + quoted(small) + " && zip -q -r -y -6 " + quoted(theirs) + " ."); });
-  std::printf("%-34s ziploom %7.3f s   info-zip %7.3f s   ratio %.2f\n", "zip, 10,000 small files",
-              smallZipping, smallInfoZipping, smallZipping / smallInfoZipping);
   return 0;
 }

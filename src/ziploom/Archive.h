@@ -230,6 +230,10 @@ private:
   std::optional<ZIP64EndOfCentralDirectory> zip64EndOfCentralDirectory_;
   std::optional<TextEncoding> pathEncoding_;
   std::shared_ptr<MemoryFile> memoryFile_;
+  // Blocks lent to stream::ReadAhead and stream::WriteBehind while an entry's data is moved, kept
+  // from one entry to the next.
+  Bytes readBlock_;
+  Bytes writeBlock_;
 };
 
 } // namespace ziploom

@@ -1,5 +1,6 @@
 #include "ziploom/Archive.h"
 
+#include "ziploom/BlockIO.h"
 #include "ziploom/Compression.h"
 #include "ziploom/Errors.h"
 
@@ -111,12 +112,12 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
   case EntryType::file:
     switch (local.compressionMethod) {
     case static_cast<std::uint16_t>(CompressionMethod::deflate): {
-      auto* file = archiveFile_.get();
+      const auto size = entry.centralDirectoryStructure.resolvedCompressedSize();
+      stream::ReadAhead reader(archiveFile_.get(), size, readBlock_);
       return decompress(
-          clampToInt64(entry.centralDirectoryStructure.resolvedCompressedSize()), bufferSize,
-          skipCRC32,
-          [file](std::int64_t, std::int64_t count) {
-            return stream::readBytes(file, static_cast<std::size_t>(count));
+          clampToInt64(size), bufferSize, skipCRC32,
+          [&reader](std::int64_t, std::int64_t count) {
+            return reader.read(static_cast<std::size_t>(count));
           },
           deliver);
     }
@@ -150,11 +151,12 @@ std::uint32_t Archive::readStored(const Entry& entry, std::int64_t bufferSize, b
     return 0;
   }
   const auto chunk = std::min(static_cast<std::uint64_t>(bufferSize), size);
+  stream::ReadAhead reader(archiveFile_.get(), size, readBlock_);
   std::uint32_t checksum = 0;
   std::uint64_t read = 0;
   while (read < size) {
     const auto count = std::min(chunk, size - read);
-    const auto bytes = stream::readBytes(archiveFile_.get(), static_cast<std::size_t>(count));
+    const auto bytes = reader.read(static_cast<std::size_t>(count));
     consumer(bytes);
     if (!skipCRC32) {
       checksum = crc32(bytes, checksum);
@@ -202,15 +204,10 @@ std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& 
     if (!file) {
       throwPOSIXError(errno, destination);
     }
-    checksum = extract(entry, bufferSize, skipCRC32, progress, [&file](ByteView chunk) {
-      if (chunk.empty()) {
-        return;
-      }
-      std::fwrite(chunk.data(), 1, chunk.size(), file.get());
-      if (std::ferror(file.get())) {
-        throw DataError(DataError::Code::unwritableFile);
-      }
-    });
+    stream::WriteBehind writer(file.get(), writeBlock_);
+    checksum = extract(entry, bufferSize, skipCRC32, progress,
+                       [&writer](ByteView chunk) { writer.write(chunk); });
+    writer.flush();
     if (std::fflush(file.get()) != 0) {
       throw DataError(DataError::Code::unwritableFile);
     }

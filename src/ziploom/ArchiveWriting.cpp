@@ -1,5 +1,6 @@
 #include "ziploom/Archive.h"
 
+#include "ziploom/BlockIO.h"
 #include "ziploom/Errors.h"
 #include "ziploom/LittleEndian.h"
 #include "ziploom/StreamWriting.h"
@@ -162,8 +163,8 @@ struct FileItemStatus {
 
 // Looks at the file, folder or symbolic link at `url` (never following a link) and calls `add`
 // with what it found and a provider of its data: the file's bytes, nothing for a folder, the
-// link's target text. The provider is valid during the call only.
-void withFileItem(const std::filesystem::path& url,
+// link's target text, read ahead through `block`. The provider is valid during the call only.
+void withFileItem(const std::filesystem::path& url, Bytes& block,
                   const std::function<void(const FileItemStatus&, const Provider&)>& add) {
   struct stat status {};
   if (lstat(url.c_str(), &status) != 0) {
@@ -196,8 +197,9 @@ void withFileItem(const std::filesystem::path& url,
     if (!source) {
       throwPOSIXError(errno, url);
     }
+    stream::ReadAhead reader(source.get(), static_cast<std::uint64_t>(item.size), block);
     add(item, [&](std::int64_t, std::int64_t count) {
-      return stream::readBytes(source.get(), static_cast<std::size_t>(count));
+      return reader.read(static_cast<std::size_t>(count));
     });
     break;
   }
@@ -308,9 +310,12 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
   const auto dateTime = msdosDateTime(entry.modificationDate);
   const auto uncompressedSize = static_cast<std::uint64_t>(entry.uncompressedSize);
   const bool reserveZIP64 = needsZIP64LocalHeader(uncompressedSize, entry.compressionMethod);
-  write(file, makeLocalFileHeader(entry.path, entry.compressionMethod, dateTime, 0,
-                                  {uncompressedSize, 0}, reserveZIP64)
-                  .data());
+  // The header goes first with the checksum and sizes still unknown, and is completed once the
+  // data is written: in place while it is still collected (small entries), else by seeking back.
+  stream::WriteBehind writer(file, writeBlock_);
+  writer.write(makeLocalFileHeader(entry.path, entry.compressionMethod, dateTime, 0,
+                                   {uncompressedSize, 0}, reserveZIP64)
+                   .data());
 
   std::uint64_t written = 0;
   std::uint32_t checksum = 0;
@@ -328,7 +333,7 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
         return chunk;
       };
       checksum = compress(entry.uncompressedSize, entry.bufferSize, counting, [&](ByteView chunk) {
-        write(file, chunk);
+        writer.write(chunk);
         written += chunk.size();
       });
     } else {
@@ -342,7 +347,7 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
         chunk.resize(std::min<std::size_t>(
             chunk.size(), static_cast<std::size_t>(entry.uncompressedSize - position)));
         checksum = crc32(chunk, checksum);
-        write(file, chunk);
+        writer.write(chunk);
         written += chunk.size();
         if (progress) {
           progress->setCompletedUnitCount(static_cast<std::int64_t>(written));
@@ -357,7 +362,7 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
     auto target = provider(0, entry.uncompressedSize);
     target.resize(std::min<std::size_t>(target.size(), uncompressedSize));
     checksum = crc32(target);
-    write(file, target);
+    writer.write(target);
     written = target.size();
     break;
   }
@@ -366,17 +371,22 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
     progress->setCompletedUnitCount(progress->totalUnitCount());
   }
 
-  const auto dataEnd = position(file);
   const Sizes sizes{uncompressedSize, written};
   const bool zip64 = sizes.uncompressed >= marker32 || sizes.compressed >= marker32;
   if (zip64 && !reserveZIP64) {
     throw ArchiveError(ArchiveError::Code::invalidEntrySize);
   }
-  seek(file, headerOffset);
   const auto header = makeLocalFileHeader(entry.path, entry.compressionMethod, dateTime, checksum,
                                           sizes, reserveZIP64);
-  write(file, header.data());
-  seek(file, dataEnd);
+  if (writer.overwrite(0, header.data())) {
+    writer.flush();
+  } else {
+    writer.flush();
+    const auto dataEnd = position(file);
+    seek(file, headerOffset);
+    write(file, header.data());
+    seek(file, dataEnd);
+  }
   return makeCentralDirectoryStructure(header, headerOffset,
                                        externalFileAttributes(entry.type, entry.permissions));
 }
@@ -457,10 +467,11 @@ void Archive::addEntry(const std::string& path, const FileURL& item,
                        CompressionMethod compressionMethod, std::int64_t bufferSize,
                        const ProgressPointer& progress) {
   checkWritable(bufferSize);
-  withFileItem(item.fileURL, [&](const FileItemStatus& status, const Provider& provider) {
-    addEntry(path, status.type, status.size, status.modificationDate, status.permissions,
-             compressionMethod, bufferSize, progress, provider);
-  });
+  withFileItem(item.fileURL, readBlock_,
+               [&](const FileItemStatus& status, const Provider& provider) {
+                 addEntry(path, status.type, status.size, status.modificationDate,
+                          status.permissions, compressionMethod, bufferSize, progress, provider);
+               });
 }
 
 void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod compressionMethod,
@@ -476,13 +487,14 @@ void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod c
     for (const auto& item : items) {
       const auto start = position(file);
       try {
-        withFileItem(item.fileURL, [&](const FileItemStatus& status, const Provider& provider) {
-          const auto entry =
-              describe(item.path, status.type, status.size, status.modificationDate,
-                       status.permissions, compressionMethod, bufferSize, item.progress, provider);
-          const auto record = writeLocalEntry(entry, start).data();
-          records.insert(records.end(), record.begin(), record.end());
-        });
+        withFileItem(
+            item.fileURL, readBlock_, [&](const FileItemStatus& status, const Provider& provider) {
+              const auto entry = describe(item.path, status.type, status.size,
+                                          status.modificationDate, status.permissions,
+                                          compressionMethod, bufferSize, item.progress, provider);
+              const auto record = writeLocalEntry(entry, start).data();
+              records.insert(records.end(), record.begin(), record.end());
+            });
         ++count;
       } catch (...) {
         // The entries before this one stay, as if each had been added on its own.

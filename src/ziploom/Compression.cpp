@@ -11,6 +11,7 @@ namespace {
 
 // zlib counts a single step's input and output in `uInt`.
 constexpr std::int64_t maximumBufferSize = std::numeric_limits<uInt>::max();
+constexpr std::int64_t minimumInflateOutput = 65536;
 
 enum class Direction { encode, decode };
 
@@ -62,7 +63,12 @@ std::uint32_t process(Direction direction, std::int64_t size, std::int64_t buffe
                            "The compression stream needs a positive buffer size and source size");
   }
   DeflateStream stream(direction);
-  Bytes output(static_cast<std::size_t>(bufferSize));
+  // Inflating into a larger buffer halves what zlib copies into its window and the number of
+  // calls; the consumer still gets slices of at most bufferSize bytes.
+  const auto outputSize = direction == Direction::decode
+                              ? std::max<std::int64_t>(bufferSize, minimumInflateOutput)
+                              : bufferSize;
+  Bytes output(static_cast<std::size_t>(outputSize));
   Bytes chunk;
   std::int64_t position = 0;
   std::uint32_t checksum = 0;
@@ -86,19 +92,24 @@ std::uint32_t process(Direction direction, std::int64_t size, std::int64_t buffe
       }
     }
     stream->next_out = output.data();
-    stream->avail_out = static_cast<uInt>(bufferSize);
+    stream->avail_out = static_cast<uInt>(outputSize);
     const uInt inputBefore = stream->avail_in;
     const int status = stream.process(sourceEnded);
-    const auto produced = static_cast<std::size_t>(bufferSize - stream->avail_out);
+    const auto produced = static_cast<std::size_t>(outputSize - stream->avail_out);
     const bool progressed = produced > 0 || stream->avail_in != inputBefore;
     if (status != Z_OK && status != Z_STREAM_END && status != Z_BUF_ERROR) {
       throwCorrupted();
     }
-    const ByteView result(output.data(), produced);
-    consumer(result);
-    if (direction == Direction::decode && !skipCRC32) {
-      checksum = crc32(result, checksum);
-    }
+    const auto slice = static_cast<std::size_t>(bufferSize);
+    std::size_t offset = 0;
+    do {
+      const auto result = ByteView(output).subspan(offset, std::min(slice, produced - offset));
+      consumer(result);
+      if (direction == Direction::decode && !skipCRC32) {
+        checksum = crc32(result, checksum);
+      }
+      offset += result.size();
+    } while (offset < produced);
     if (status == Z_STREAM_END) {
       return checksum;
     }

@@ -41,9 +41,10 @@ std::uint32_t compress(std::int64_t size, std::int64_t bufferSize, const Provide
                        const Consumer& consumer);
 
 // Inflates a raw deflate stream of at most `size` compressed bytes pulled through `provider`,
-// handing the output to `consumer` as compress does. Stops at the end of the deflate stream even
-// when more input is available. Returns the CRC-32 of the output, or 0 when `skipCRC32` is set.
-// A truncated stream ends in CompressionError (corruptedData) after the output it yielded.
+// handing the output to `consumer` in views of at most `bufferSize` bytes, cut from an internal
+// buffer of at least 64 KiB (fewer, larger inflate steps). Stops at the end of the deflate stream
+// even when more input is available. Returns the CRC-32 of the output, or 0 when `skipCRC32` is
+// set. A truncated stream ends in CompressionError (corruptedData) after the output it yielded.
 std::uint32_t decompress(std::int64_t size, std::int64_t bufferSize, bool skipCRC32,
                          const Provider& provider, const Consumer& consumer);
 

@@ -1,6 +1,6 @@
 // Damaged archives must give an error or a short enumeration: never a crash, a hang or an
 // out-of-bounds access (run under AddressSanitizer to see the latter).
-#include "ArchiveBuilder.h"
+#include "Support.h"
 
 #include "ziploom/Archive.h"
 #include "ziploom/Compression.h"

@@ -1,11 +1,12 @@
 #include "ziploom/Records.h"
+#include "ziploom/Entry.h"
 #include "ziploom/LittleEndian.h"
 
 #include <gtest/gtest.h>
 
 using namespace ziploom;
 using littleEndian::append;
-using Field = ZIP64ExtendedInformation::Field;
+using EntryType = Entry::EntryType;
 
 namespace {
 
@@ -13,12 +14,6 @@ AdditionalDataProvider from(const Bytes& bytes) {
   return [bytes](std::size_t count) {
     return Bytes(bytes.begin(), bytes.begin() + std::min(count, bytes.size()));
   };
-}
-
-template <typename Record>
-std::optional<Record> reparse(const Bytes& bytes) {
-  return Record::parse(ByteView(bytes).first(Record::size),
-                       from(Bytes(bytes.begin() + Record::size, bytes.end())));
 }
 
 Bytes block(std::uint16_t id, std::initializer_list<std::uint64_t> values) {
@@ -38,7 +33,22 @@ std::optional<CentralDirectoryStructure> centralWith(std::uint32_t sizes, std::u
   record.relativeOffsetOfLocalHeader = offset;
   record.extraFieldData = extra;
   record.extraFieldLength = static_cast<std::uint16_t>(extra.size());
-  return reparse<CentralDirectoryStructure>(record.data());
+  const auto bytes = record.data();
+  const auto size = CentralDirectoryStructure::size;
+  return CentralDirectoryStructure::parse(ByteView(bytes).first(size),
+                                          from(Bytes(bytes.begin() + size, bytes.end())));
+}
+
+Entry makeEntry(const std::string& name, std::uint8_t host, std::uint32_t attributes,
+                std::uint16_t flags = 0x0800) {
+  Entry entry;
+  auto& central = entry.centralDirectoryStructure;
+  central.versionMadeBy = static_cast<std::uint16_t>(host << 8 | 20);
+  central.externalFileAttributes = attributes;
+  central.generalPurposeBitFlag = flags;
+  central.fileNameData.assign(name.begin(), name.end());
+  central.fileNameLength = static_cast<std::uint16_t>(name.size());
+  return entry;
 }
 
 } // namespace
@@ -52,34 +62,23 @@ TEST(Records, ZIP64ValuesReplaceExactlyTheMarkedFields) {
   EXPECT_EQ(marked->resolvedCompressedSize(), 4'000'000'000u);
   // A ZIP64 value of 0 never replaces the marker.
   EXPECT_EQ(marked->resolvedLocalHeaderOffset(), 0xFFFFFFFFu);
-
-  // A block with more or fewer values than the markers call for is ignored as a whole.
-  const auto tooLong = centralWith(0xFFFFFFFF, 100, block(1, {1, 2, 3}));
-  EXPECT_EQ(tooLong->zip64Extra(), nullptr);
-  EXPECT_EQ(tooLong->resolvedUncompressedSize(), 0xFFFFFFFFu);
+  // A block with more or fewer values than the markers call for is ignored as a whole, and so is
+  // one that runs past the end of the extra field.
+  EXPECT_EQ(centralWith(0xFFFFFFFF, 100, block(1, {1, 2, 3}))->resolvedUncompressedSize(),
+            0xFFFFFFFFu);
   EXPECT_EQ(centralWith(10, 0xFFFFFFFF, block(1, {1, 2}))->resolvedLocalHeaderOffset(),
             0xFFFFFFFFu);
-}
-
-TEST(Records, ExtraFieldWalkStopsAtBlocksRunningPastTheEnd) {
-  const std::vector<Field> sizes{Field::uncompressedSize};
   Bytes overlong{0x75, 0x70, 200, 0};
   append(overlong, ByteView(block(1, {42})));
-  EXPECT_FALSE(findZIP64Extra(overlong, sizes));
-  // A header with no room for data after it is not examined.
-  EXPECT_FALSE(findZIP64Extra(block(1, {}), {}));
+  EXPECT_FALSE(findZIP64Extra(overlong, {{ZIP64ExtendedInformation::Field::uncompressedSize}}));
 }
 
 TEST(Records, DataDescriptorsWithAndWithoutSignature) {
   Bytes bytes;
-  append(bytes, std::uint32_t{0x08074b50});
-  append(bytes, std::uint32_t{0xCAFEBABE});
-  append(bytes, std::uint32_t{10});
-  append(bytes, std::uint32_t{20});
-  const auto withSignature = DataDescriptor<std::uint32_t>::parse(bytes, from({}));
-  ASSERT_TRUE(withSignature);
-  EXPECT_EQ(withSignature->uncompressedSize, 20u);
-
+  for (const std::uint32_t value : {0x08074b50u, 0xCAFEBABEu, 10u, 20u}) {
+    append(bytes, value);
+  }
+  EXPECT_EQ(DataDescriptor<std::uint32_t>::parse(bytes, from({}))->uncompressedSize, 20u);
   // Without signature the fields start at once; the last four bytes belong to what follows.
   bytes.erase(bytes.begin(), bytes.begin() + 4);
   EXPECT_FALSE(DataDescriptor<std::uint32_t>::parse(bytes, from({})));
@@ -88,4 +87,30 @@ TEST(Records, DataDescriptorsWithAndWithoutSignature) {
   ASSERT_TRUE(withoutSignature);
   EXPECT_EQ(withoutSignature->crc32, 0xCAFEBABE);
   EXPECT_EQ(withoutSignature->compressedSize, 10u);
+}
+
+TEST(Entry, TypePermissionsAndPathFollowTheHostSystemAndFlags) {
+  struct Case {
+    const char* name;
+    std::uint8_t host;
+    std::uint32_t attributes;
+    std::uint16_t flags;
+    EntryType type;
+    std::uint16_t permissions;
+  };
+  for (const auto& c : std::initializer_list<Case>{
+           {"docs", 0, 0x10, 0x800, EntryType::directory, 0755},   // MS-DOS folder attribute
+           {"file", 0, 0777u << 16, 0x800, EntryType::file, 0644}, // no UNIX mode from MS-DOS
+           {"dir/", 3, 0100644u << 16, 0x800, EntryType::file, 0644},
+           {"dir", 19, 040700u << 16, 0x800, EntryType::directory, 0700},
+           {"link", 20, 0120777u << 16, 0x800, EntryType::file, 0644},
+           {"tool", 3, 0104755u << 16, 0x800, EntryType::file, 04755},
+           {"\x82/", 0, 0, 0, EntryType::directory, 0755}}) { // code page 437 e-acute
+    const auto entry = makeEntry(c.name, c.host, c.attributes, c.flags);
+    EXPECT_EQ(entry.type(), c.type) << c.name << " " << int(c.host);
+    EXPECT_EQ(entry.fileAttributes().posixPermissions, c.permissions) << c.name;
+  }
+  EXPECT_EQ(makeEntry("caf\x82", 3, 0, 0).path(), "caf\xC3\xA9");
+  EXPECT_EQ(makeEntry("caf\xC3", 3, 0).path(), "");
+  EXPECT_EQ(makeEntry("\xC0\xAF\xED\xA0\x80", 3, 0).path(), ""); // overlong "/", surrogate
 }

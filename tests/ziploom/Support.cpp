@@ -1,16 +1,15 @@
-#include "ArchiveBuilder.h"
+#include "Support.h"
 
-#include "ziploom/Compression.h"
 #include "ziploom/LittleEndian.h"
 #include "ziploom/Records.h"
 
-#include <gtest/gtest.h>
+#include <sys/stat.h>
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <random>
 
 namespace ziploom::testsupport {
 
@@ -18,22 +17,11 @@ using littleEndian::append;
 
 namespace {
 
-Bytes deflated(const Bytes& source) {
-  Bytes output;
-  compress(
-      static_cast<std::int64_t>(source.size()), 4096,
-      [&source](std::int64_t position, std::int64_t count) {
-        return Bytes(source.begin() + position, source.begin() + position + count);
-      },
-      [&output](ByteView chunk) { output.insert(output.end(), chunk.begin(), chunk.end()); });
-  return output;
-}
-
-Bytes zip64Extra(std::vector<std::uint64_t> values) {
+Bytes zip64Extra(std::initializer_list<std::uint64_t> values) {
   Bytes extra;
   append(extra, std::uint16_t{1});
   append(extra, static_cast<std::uint16_t>(values.size() * 8));
-  for (auto value : values) {
+  for (const auto value : values) {
     append(extra, value);
   }
   return extra;
@@ -45,11 +33,15 @@ Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& o
   Bytes archive;
   Bytes directory;
   for (const auto& entry : entries) {
-    const auto stored = entry.deflate ? deflated(entry.data) : entry.data;
+    Bytes stored = entry.deflate ? Bytes{} : entry.data;
+    if (entry.deflate) {
+      compress(static_cast<std::int64_t>(entry.data.size()), 4096, providerFor(entry.data),
+               [&](ByteView chunk) { stored.insert(stored.end(), chunk.begin(), chunk.end()); });
+    }
     const std::uint64_t offset = archive.size();
     // The central record carries everything; the local header is a copy of its first fields.
     CentralDirectoryStructure central;
-    central.versionMadeBy = entry.versionMadeBy;
+    central.versionMadeBy = 0x0314;
     central.versionNeededToExtract = entry.zip64 ? 45 : 20;
     central.generalPurposeBitFlag = entry.flags | (entry.dataDescriptor ? 0x0008 : 0);
     central.compressionMethod = entry.deflate ? 8 : 0;
@@ -134,15 +126,30 @@ Bytes bytesOf(const std::string& text) {
   return Bytes(text.begin(), text.end());
 }
 
-Bytes readFile(const std::filesystem::path& path) {
+Bytes randomBytes(std::size_t count, unsigned seed) {
+  std::mt19937 engine(seed);
+  Bytes bytes(count);
+  for (auto& byte : bytes) {
+    byte = static_cast<std::uint8_t>(engine());
+  }
+  return bytes;
+}
+
+Provider providerFor(const Bytes& source) {
+  return [&source](std::int64_t position, std::int64_t count) {
+    return Bytes(source.begin() + position, source.begin() + position + count);
+  };
+}
+
+Bytes readFile(const fs::path& path) {
   std::ifstream stream(path, std::ios::binary);
   return Bytes(std::istreambuf_iterator<char>(stream), {});
 }
 
-void writeFile(const std::filesystem::path& path, const Bytes& bytes) {
-  std::ofstream stream(path, std::ios::binary);
-  stream.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
+void writeFile(const fs::path& path, const Bytes& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
 }
 
 std::string run(const std::string& command) {
@@ -152,39 +159,72 @@ std::string run(const std::string& command) {
     ADD_FAILURE() << "cannot run " << command;
     return output;
   }
-  std::array<char, 65536> buffer{};
+  char buffer[65536];
   std::size_t read = 0;
-  while ((read = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
-    output.append(buffer.data(), read);
+  while ((read = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+    output.append(buffer, read);
   }
-  const int status = pclose(pipe);
-  EXPECT_EQ(status, 0) << command;
+  EXPECT_EQ(pclose(pipe), 0) << command;
   return output;
 }
 
-bool haveCommand(const std::string& name) {
-  return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+bool succeeds(const std::string& command) {
+  return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-std::string quoted(const std::filesystem::path& path) {
-  std::string result = "'";
-  for (char c : path.string()) {
-    result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+bool haveCommand(const std::string& name) {
+  return succeeds("command -v " + name);
+}
+std::string quoted(const fs::path& path) {
+  std::string word = "'";
+  for (const char c : path.string()) {
+    word += c == '\'' ? std::string("'\\''") : std::string(1, c);
   }
-  return result + "'";
+  return word + "'";
+}
+
+std::string python() {
+  return fs::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
+}
+
+bool infoZipAccepts(const fs::path& archive) {
+  return succeeds("unzip -tq " + quoted(archive));
+}
+
+bool pythonAccepts(const fs::path& archive) {
+  return succeeds(python() +
+                  " -c 'import sys, zipfile; "
+                  "sys.exit(zipfile.ZipFile(sys.argv[1]).testzip() is not None)' " +
+                  quoted(archive));
 }
 
 TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "ziploom-test-XXXXXX").string();
+  auto pattern = (fs::temp_directory_path() / "ziploom-test-XXXXXX").string();
   if (!mkdtemp(pattern.data())) {
     throw std::runtime_error("cannot make a temporary folder");
   }
   path_ = pattern;
 }
 
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code error;
-  std::filesystem::remove_all(path_, error);
+std::map<std::string, Item> snapshot(const fs::path& root) {
+  std::map<std::string, Item> items;
+  for (const auto& item : fs::recursive_directory_iterator(root)) {
+    struct stat status {};
+    lstat(item.path().c_str(), &status);
+    const auto type = item.symlink_status().type();
+    Item entry{type, {}, status.st_mode & 07777u, status.st_mtim.tv_sec & ~1L};
+    if (type == fs::file_type::regular) {
+      entry.contents = readFile(item.path());
+    } else if (type == fs::file_type::symlink) {
+      entry.contents = bytesOf(fs::read_symlink(item.path()).string());
+      // Linux cannot set a link's own permissions, and Info-ZIP leaves a link with the time it
+      // was made.
+      entry.mode = 0;
+      entry.time = 0;
+    }
+    items[item.path().lexically_relative(root).string()] = entry;
+  }
+  return items;
 }
 
 } // namespace ziploom::testsupport
