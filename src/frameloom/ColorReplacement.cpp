@@ -3,16 +3,20 @@
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <pcre2.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <nlohmann/json.hpp>
 
 #include <bit>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -109,12 +113,51 @@ inline std::uint64_t quoteBytes(std::uint64_t word) {
   return ~(((x & low7) + low7) | x | low7);
 }
 
-// Eight bytes at a time: a key can only start at a quote that has another quote two or three
-// bytes further on, and those few places are then looked at one by one.
-KeyPositions findColorKeys(std::string_view text) {
-  KeyPositions keys;
+#if defined(__SSE2__)
+// Sixteen places at a time: a place is a candidate when its bytes spell "c", "g", "fc" or "sc"
+// with their quotes, so only the keys themselves are looked at one by one.
+void findKeysInBlocks(KeyPositions& keys, std::string_view text, std::size_t& i) {
   const char* const data = text.data();
-  std::size_t i = 0;
+  const auto at = [data](std::size_t position) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + position));
+  };
+  const auto is = [](__m128i bytes, char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+  for (; i + 19 <= text.size(); i += 16) {
+    const __m128i first = at(i);
+    const __m128i second = at(i + 1);
+    const __m128i third = at(i + 2);
+    const __m128i fourth = at(i + 3);
+    const __m128i shortKey =
+        _mm_and_si128(_mm_or_si128(is(second, 'c'), is(second, 'g')), is(third, '"'));
+    const __m128i longKey =
+        _mm_and_si128(_mm_and_si128(_mm_or_si128(is(second, 'f'), is(second, 's')), is(third, 'c')),
+                      is(fourth, '"'));
+    auto candidates = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_and_si128(is(first, '"'), _mm_or_si128(shortKey, longKey))));
+    while (candidates != 0) {
+      addKey(keys, text, i + static_cast<std::size_t>(std::countr_zero(candidates)));
+      candidates &= candidates - 1;
+    }
+  }
+}
+#else
+inline std::uint64_t load(const char* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
+// 0x80 in every byte of `word` that is a quote, 0 elsewhere (exact: no borrow between bytes).
+inline std::uint64_t quoteBytes(std::uint64_t word) {
+  constexpr std::uint64_t low7 = 0x7F7F7F7F7F7F7F7FULL;
+  const std::uint64_t x = word ^ 0x2222222222222222ULL;
+  return ~(((x & low7) + low7) | x | low7);
+}
+
+// Eight places at a time: a key can only start at a quote that has another quote two or three
+// bytes further on, and those few places are then looked at one by one.
+void findKeysInBlocks(KeyPositions& keys, std::string_view text, std::size_t& i) {
+  const char* const data = text.data();
   for (; i + 11 <= text.size(); i += 8) {
     std::uint64_t candidates = quoteBytes(load(data + i)) &
                                (quoteBytes(load(data + i + 2)) | quoteBytes(load(data + i + 3)));
@@ -129,6 +172,13 @@ KeyPositions findColorKeys(std::string_view text) {
       }
     }
   }
+}
+#endif
+
+KeyPositions findColorKeys(std::string_view text) {
+  KeyPositions keys;
+  std::size_t i = 0;
+  findKeysInBlocks(keys, text, i);
   for (; i < text.size(); ++i) {
     addKey(keys, text, i);
   }
@@ -212,39 +262,48 @@ void shiftPositions(std::vector<std::size_t>& positions, const std::vector<Edit>
   }
 }
 
-using Rewrite = std::optional<std::string> (*)(std::string_view array, ColorMap& map,
-                                               int precision);
+// What the passes of one call share: the map, the precision, and each source colour's
+// replacement text once written (solid and text colours only), by the colour's map entry.
+struct PassState {
+  ColorMap& map;
+  int precision;
+  std::vector<std::string> formatted;
+  std::vector<double> numbers; // the array being read, kept to spare an allocation per array
+};
+
+// Appends the rewrite of a colour array to `out` and returns true, or returns false and leaves
+// `out` as it was when the array cannot be read.
+using Rewrite = bool (*)(std::string_view array, PassState& state, std::string& out);
 
 // Runs one pass: collects its matches on `text`, then builds in `scratch` a copy of `text` with
 // each readable colour array swapped for its rewrite and swaps the two. The caller keeps
 // `scratch` from pass to pass, so a document costs two buffers however many passes change it.
 // Returns the edits made, in text order.
 std::vector<Edit> runPass(std::string& text, std::string& scratch, int pass,
-                          const std::vector<std::size_t>& starts, Rewrite rewrite, ColorMap& map,
-                          int precision, const ColorEditObserver& observer) {
+                          const std::vector<std::size_t>& starts, Rewrite rewrite, PassState& state,
+                          const ColorEditObserver& observer) {
   std::vector<Edit> edits;
   const std::vector<Range> ranges = collectMatches(passPattern(pass), text, starts);
   if (ranges.empty()) {
     return edits;
   }
+  scratch.clear();
+  scratch.reserve(text.size() + text.size() / 8);
   std::size_t copied = 0;
   for (const Range& range : ranges) {
-    std::optional<std::string> replacement = rewrite(
-        std::string_view(text).substr(range.begin, range.end - range.begin), map, precision);
-    if (!replacement) {
+    scratch.append(text, copied, range.begin - copied);
+    copied = range.begin;
+    const std::size_t written = scratch.size();
+    if (!rewrite(std::string_view(text).substr(range.begin, range.end - range.begin), state,
+                 scratch)) {
       continue;
     }
+    const std::size_t length = scratch.size() - written;
     if (observer) {
-      observer(pass, range.begin, range.end, *replacement);
+      observer(pass, range.begin, range.end, std::string_view(scratch).substr(written, length));
     }
-    if (edits.empty()) {
-      scratch.clear();
-      scratch.reserve(text.size() + text.size() / 8);
-    }
-    scratch.append(text, copied, range.begin - copied);
-    scratch += *replacement;
     copied = range.end;
-    edits.push_back(Edit{range, replacement->size()});
+    edits.push_back(Edit{range, length});
   }
   if (!edits.empty()) {
     scratch.append(text, copied, std::string::npos);
@@ -258,36 +317,75 @@ nlohmann::json parseArray(std::string_view array) {
   return parsed.is_array() ? parsed : nlohmann::json();
 }
 
+// The numbers of a solid or text colour array matched by its pattern, when the array holds
+// nothing but ASCII digits, points, commas, brackets and JSON white space: then it is exactly
+// the JSON array of three or four numbers the pattern describes, and reading the numbers directly
+// gives what a JSON parser would (both round correctly). Other arrays, whose spaces or digits
+// the pattern takes in their Unicode meaning, go through the JSON parser instead.
+bool readPlainArray(std::string_view array, std::vector<double>& numbers) {
+  for (const char c : array) {
+    const bool plain = (c >= '0' && c <= '9') || c == '.' || c == ',' || c == '[' || c == ']' ||
+                       c == ' ' || c == '\t' || c == '\n' || c == '\r';
+    if (!plain) {
+      return false;
+    }
+  }
+  const char* p = array.data() + 1;
+  const char* const end = array.data() + array.size() - 1;
+  while (p < end) {
+    if (*p >= '0' && *p <= '9') {
+      double value = 0;
+      p = std::from_chars(p, end, value).ptr;
+      numbers.push_back(value);
+    } else {
+      ++p;
+    }
+  }
+  return true;
+}
+
 // A solid or text colour: an array of three or four numbers becomes the replacement colour,
 // every component written with `precision` decimals.
-std::optional<std::string> rewriteSolid(std::string_view array, ColorMap& map, int precision) {
-  const nlohmann::json parsed = parseArray(array);
-  if (!parsed.is_array()) {
-    return std::nullopt;
-  }
-  std::vector<double> source;
-  source.reserve(parsed.size());
-  for (const auto& element : parsed) {
-    if (!element.is_number()) {
-      return std::nullopt;
+bool rewriteSolid(std::string_view array, PassState& state, std::string& out) {
+  std::vector<double>& source = state.numbers;
+  source.clear();
+  if (!readPlainArray(array, source)) {
+    const nlohmann::json parsed = parseArray(array);
+    if (!parsed.is_array()) {
+      return false;
     }
-    source.push_back(element.get<double>());
+    for (const auto& element : parsed) {
+      if (!element.is_number()) {
+        return false;
+      }
+      source.push_back(element.get<double>());
+    }
   }
   if (source.size() < 3) {
-    return std::nullopt;
+    return false;
   }
-  const ColorComponents& replacement = map.replacementColor(source);
-  return "[" + formatComponents(replacement, precision) + "]";
+  const std::size_t index = state.map.replacementIndex(source);
+  if (index >= state.formatted.size()) {
+    state.formatted.resize(index + 1);
+  }
+  std::string& text = state.formatted[index];
+  if (text.empty()) {
+    text = '[';
+    text += formatComponents(state.map.entries()[index].replacement, state.precision);
+    text += ']';
+  }
+  out += text;
+  return true;
 }
 
 // A gradient: the array is walked as stops of an offset followed by red, green, blue and, when
 // the next element is a number no greater than 1.0001, an alpha. The offset is never touched;
 // opacity stops that follow the colour stops are walked the same way, since nothing in the array
 // tells them apart. The array is written back compactly even when no stop changed.
-std::optional<std::string> rewriteGradient(std::string_view array, ColorMap& map, int) {
+bool rewriteGradient(std::string_view array, PassState& state, std::string& out) {
   nlohmann::json parsed = parseArray(array);
   if (!parsed.is_array()) {
-    return std::nullopt;
+    return false;
   }
   const std::size_t count = parsed.size();
   std::size_t i = 0;
@@ -298,7 +396,7 @@ std::optional<std::string> rewriteGradient(std::string_view array, ColorMap& map
       const double source[4] = {parsed[i + 1].get<double>(), parsed[i + 2].get<double>(),
                                 parsed[i + 3].get<double>(),
                                 hasAlpha ? parsed[i + 4].get<double>() : 1.0};
-      const ColorComponents& replacement = map.replacementColor(source);
+      const ColorComponents& replacement = state.map.replacementColor(source);
       parsed[i + 1] = replacement[0];
       parsed[i + 2] = replacement[1];
       parsed[i + 3] = replacement[2];
@@ -309,13 +407,14 @@ std::optional<std::string> rewriteGradient(std::string_view array, ColorMap& map
     i += hasAlpha ? 5 : 4;
   }
   try {
-    return parsed.dump();
+    out += parsed.dump();
   } catch (const nlohmann::json::exception& error) {
     // The array was parsed from valid UTF-8 a moment ago, so writing it back cannot fail.
     std::fprintf(stderr, "DotLottieFile: a parsed gradient array cannot be written: %s\n",
                  error.what());
     std::abort();
   }
+  return true;
 }
 
 } // namespace
@@ -325,10 +424,11 @@ std::string rewriteColors(std::string text, ColorMap& map, int precision,
   // The keys are found once; each pass's edits then move the later passes' keys.
   KeyPositions keys = findColorKeys(text);
   std::string scratch;
+  PassState state{map, precision, {}, {}};
   for (int pass = 0; pass < 4; ++pass) {
     const std::vector<Edit> edits =
         runPass(text, scratch, pass, keys[static_cast<std::size_t>(pass)],
-                pass == 3 ? rewriteGradient : rewriteSolid, map, precision, observer);
+                pass == 3 ? rewriteGradient : rewriteSolid, state, observer);
     for (int later = pass + 1; later < 4 && !edits.empty(); ++later) {
       shiftPositions(keys[static_cast<std::size_t>(later)], edits);
     }
