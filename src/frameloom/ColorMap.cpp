@@ -4,7 +4,6 @@
 #include <bit>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <stdexcept>
 
@@ -51,20 +50,26 @@ std::string colorKey(std::span<const double> normalized) {
 }
 
 std::string formatComponents(std::span<const double> components, int precision) {
+  // to_chars with a precision writes exactly what printf would in the "C" locale, only faster;
+  // printf reads a negative precision as none given, that is six.
+  const int decimals = precision < 0 ? 6 : precision;
   std::string out;
   char buffer[64];
   for (std::size_t i = 0; i < components.size(); ++i) {
     if (i > 0) {
       out += ',';
     }
-    const int length = std::snprintf(buffer, sizeof buffer, "%.*f", precision, components[i]);
-    if (length < static_cast<int>(sizeof buffer)) {
-      out.append(buffer, static_cast<std::size_t>(length));
-    } else {
-      std::string wide(static_cast<std::size_t>(length) + 1, '\0');
-      std::snprintf(wide.data(), wide.size(), "%.*f", precision, components[i]);
-      out.append(wide.data(), static_cast<std::size_t>(length));
+    const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, components[i],
+                                            std::chars_format::fixed, decimals);
+    if (error == std::errc()) {
+      out.append(buffer, end);
+      continue;
     }
+    // Large numbers or many decimals: the integer part plus the decimals plus sign and point.
+    std::string wide(330 + static_cast<std::size_t>(decimals), '\0');
+    const auto result = std::to_chars(wide.data(), wide.data() + wide.size(), components[i],
+                                      std::chars_format::fixed, decimals);
+    out.append(wide.data(), result.ptr);
   }
   return out;
 }
