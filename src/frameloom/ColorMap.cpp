@@ -109,10 +109,8 @@ std::size_t ColorMap::replacementIndex(std::span<const double> source) {
     return found->second;
   }
   const std::size_t index = entries_.size();
-  ColorComponents normalized = normalizedRGBA(source);
-  std::string key = colorKey(normalized);
-  entries_.push_back(Entry{std::move(key), std::move(normalized),
-                           normalizedRGBA(colors_[index % colors_.size()]), 1});
+  entries_.push_back(
+      Entry{normalizedRGBA(source), normalizedRGBA(colors_[index % colors_.size()]), 1});
   try {
     indexByKey_.emplace(rounded, index);
   } catch (...) {

@@ -36,8 +36,7 @@ std::string formatComponents(std::span<const double> components, int precision);
 class ColorMap {
 public:
   struct Entry {
-    std::string key;
-    ColorComponents source;      // the first value met with this key, normalised
+    ColorComponents source;      // the first value met with its colorKey, normalised
     ColorComponents replacement; // normalised
     std::size_t uses = 0;
   };

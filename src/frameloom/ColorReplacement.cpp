@@ -11,10 +11,12 @@
 
 #include <bit>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -262,13 +264,24 @@ void shiftPositions(std::vector<std::size_t>& positions, const std::vector<Edit>
   }
 }
 
+// One number of a gradient array as the JSON parser would hold it: an integer keeps its text,
+// and every other number is written in the JSON writer's shortest form.
+struct GradientNumber {
+  double value;
+  std::string_view text; // what to write when not empty: an integer's text, a replacement's
+};
+
 // What the passes of one call share: the map, the precision, and each source colour's
 // replacement text once written (solid and text colours only), by the colour's map entry.
 struct PassState {
   ColorMap& map;
   int precision;
   std::vector<std::string> formatted;
-  std::vector<double> numbers; // the array being read, kept to spare an allocation per array
+  // Each source colour's replacement components as a gradient writes them, by map entry; a
+  // deque, since stops of the array being written point into it while it grows.
+  std::deque<std::array<std::string, 4>> gradientComponents;
+  std::vector<double> numbers;       // the array being read, kept to spare an allocation per array
+  std::vector<GradientNumber> stops; // the same for a gradient
 };
 
 // Appends the rewrite of a colour array to `out` and returns true, or returns false and leaves
@@ -378,11 +391,137 @@ bool rewriteSolid(std::string_view array, PassState& state, std::string& out) {
   return true;
 }
 
+bool isJSONSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// Reads a gradient array that holds nothing but numbers without exponents and with at most 15
+// integer digits, which every double holds exactly, and JSON white space: almost every gradient.
+// Returns false for anything else, which the JSON parser then reads.
+bool readPlainGradient(std::string_view array, std::vector<GradientNumber>& numbers) {
+  const char* p = array.data() + 1;
+  const char* const last = array.data() + array.size() - 1; // the closing bracket
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  while (p < last && isJSONSpace(*p)) {
+    ++p;
+  }
+  if (p == last) {
+    return true;
+  }
+  while (true) {
+    const char* const start = p;
+    const bool negative = *p == '-';
+    p += negative ? 1 : 0;
+    const char* const digits = p;
+    if (*p == '0') {
+      ++p;
+    } else {
+      while (isDigit(*p)) {
+        ++p;
+      }
+    }
+    if (p == digits || p - digits > 15) {
+      return false;
+    }
+    const bool integer = *p != '.';
+    if (!integer) {
+      const char* const decimals = ++p;
+      while (isDigit(*p)) {
+        ++p;
+      }
+      if (p == decimals) {
+        return false;
+      }
+    }
+    double value = 0;
+    std::from_chars(start, p, value);
+    // The parser holds "-0" as the integer 0, which is written "0".
+    const std::string_view text =
+        !integer ? std::string_view() : (negative && value == 0 ? "0" : std::string_view(start, p));
+    numbers.push_back(GradientNumber{value, text});
+    while (isJSONSpace(*p)) {
+      ++p;
+    }
+    if (p == last) {
+      return true;
+    }
+    if (*p != ',') {
+      return false;
+    }
+    ++p;
+    while (isJSONSpace(*p)) {
+      ++p;
+    }
+  }
+}
+
+// Writes a number as the JSON writer does: its shortest form, "null" when not finite.
+void appendJSONNumber(std::string& out, double value) {
+  if (!std::isfinite(value)) {
+    out += "null";
+    return;
+  }
+  char buffer[64];
+  out.append(buffer, nlohmann::detail::to_chars(buffer, buffer + sizeof buffer, value));
+}
+
+// The replacement components of the colour at `index` in the map, written once per colour.
+const std::array<std::string, 4>& gradientComponents(PassState& state, std::size_t index) {
+  if (index >= state.gradientComponents.size()) {
+    state.gradientComponents.resize(index + 1);
+  }
+  std::array<std::string, 4>& texts = state.gradientComponents[index];
+  if (texts[0].empty()) {
+    const ColorComponents& replacement = state.map.entries()[index].replacement;
+    for (std::size_t k = 0; k < 4; ++k) {
+      appendJSONNumber(texts[k], replacement[k]);
+    }
+  }
+  return texts;
+}
+
+// Walks the gradient's stops (below) over numbers read directly. A replaced number keeps the
+// text its colour's component is written as.
+void rewritePlainGradient(std::vector<GradientNumber>& numbers, PassState& state,
+                          std::string& out) {
+  const std::size_t count = numbers.size();
+  std::size_t i = 0;
+  while (i + 3 < count) {
+    const bool hasAlpha = i + 4 < count && numbers[i + 4].value <= 1.0001;
+    const double source[4] = {numbers[i + 1].value, numbers[i + 2].value, numbers[i + 3].value,
+                              hasAlpha ? numbers[i + 4].value : 1.0};
+    const std::array<std::string, 4>& texts =
+        gradientComponents(state, state.map.replacementIndex(source));
+    for (std::size_t k = 1; k <= (hasAlpha ? 4u : 3u); ++k) {
+      numbers[i + k].text = texts[k - 1];
+    }
+    i += hasAlpha ? 5 : 4;
+  }
+  out += '[';
+  for (std::size_t k = 0; k < count; ++k) {
+    if (k > 0) {
+      out += ',';
+    }
+    if (numbers[k].text.empty()) {
+      appendJSONNumber(out, numbers[k].value);
+    } else {
+      out += numbers[k].text;
+    }
+  }
+  out += ']';
+}
+
 // A gradient: the array is walked as stops of an offset followed by red, green, blue and, when
 // the next element is a number no greater than 1.0001, an alpha. The offset is never touched;
 // opacity stops that follow the colour stops are walked the same way, since nothing in the array
-// tells them apart. The array is written back compactly even when no stop changed.
+// tells them apart. The array is written back compactly even when no stop changed, numbers as
+// the JSON writer writes them.
 bool rewriteGradient(std::string_view array, PassState& state, std::string& out) {
+  state.stops.clear();
+  if (readPlainGradient(array, state.stops)) {
+    rewritePlainGradient(state.stops, state, out);
+    return true;
+  }
   nlohmann::json parsed = parseArray(array);
   if (!parsed.is_array()) {
     return false;
@@ -424,7 +563,7 @@ std::string rewriteColors(std::string text, ColorMap& map, int precision,
   // The keys are found once; each pass's edits then move the later passes' keys.
   KeyPositions keys = findColorKeys(text);
   std::string scratch;
-  PassState state{map, precision, {}, {}};
+  PassState state{map, precision, {}, {}, {}, {}};
   for (int pass = 0; pass < 4; ++pass) {
     const std::vector<Edit> edits =
         runPass(text, scratch, pass, keys[static_cast<std::size_t>(pass)],
