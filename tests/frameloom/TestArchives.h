@@ -39,11 +39,6 @@ inline void writeFile(const std::filesystem::path& path, const std::string& cont
   std::ofstream(path, std::ios::binary) << content;
 }
 
-inline std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // Entry path and content, in archive order; a path ending in "/" is a folder entry.
 using ArchiveEntries = std::vector<std::pair<std::string, std::string>>;
 
