@@ -102,19 +102,6 @@ inline void addKey(KeyPositions& keys, std::string_view text, std::size_t positi
   }
 }
 
-inline std::uint64_t load(const char* p) {
-  std::uint64_t word;
-  std::memcpy(&word, p, sizeof word);
-  return word;
-}
-
-// 0x80 in every byte of `word` that is a quote, 0 elsewhere (exact: no borrow between bytes).
-inline std::uint64_t quoteBytes(std::uint64_t word) {
-  constexpr std::uint64_t low7 = 0x7F7F7F7F7F7F7F7FULL;
-  const std::uint64_t x = word ^ 0x2222222222222222ULL;
-  return ~(((x & low7) + low7) | x | low7);
-}
-
 #if defined(__SSE2__)
 // Sixteen places at a time: a place is a candidate when its bytes spell "c", "g", "fc" or "sc"
 // with their quotes, so only the keys themselves are looked at one by one.
@@ -126,6 +113,11 @@ void findKeysInBlocks(KeyPositions& keys, std::string_view text, std::size_t& i)
   const auto is = [](__m128i bytes, char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
   for (; i + 19 <= text.size(); i += 16) {
     const __m128i first = at(i);
+    const __m128i quotes = is(first, '"');
+    // Most blocks of a document's numbers hold no quote, and so no key.
+    if (_mm_movemask_epi8(quotes) == 0) {
+      continue;
+    }
     const __m128i second = at(i + 1);
     const __m128i third = at(i + 2);
     const __m128i fourth = at(i + 3);
@@ -135,7 +127,7 @@ void findKeysInBlocks(KeyPositions& keys, std::string_view text, std::size_t& i)
         _mm_and_si128(_mm_and_si128(_mm_or_si128(is(second, 'f'), is(second, 's')), is(third, 'c')),
                       is(fourth, '"'));
     auto candidates = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_and_si128(is(first, '"'), _mm_or_si128(shortKey, longKey))));
+        _mm_movemask_epi8(_mm_and_si128(quotes, _mm_or_si128(shortKey, longKey))));
     while (candidates != 0) {
       addKey(keys, text, i + static_cast<std::size_t>(std::countr_zero(candidates)));
       candidates &= candidates - 1;
@@ -192,30 +184,43 @@ struct Range {
   std::size_t end;
 };
 
+// The match data and limits of one call's matching, made once for all its passes.
+class Matcher {
+public:
+  Matcher()
+      : data_(pcre2_match_data_create(maximumGroups, nullptr)),
+        context_(pcre2_match_context_create(nullptr)) {
+    if (!data_ || !context_) {
+      throw std::bad_alloc();
+    }
+    // The scan's cost is linear in the text; the default limits would only cut long documents
+    // short.
+    pcre2_set_match_limit(context_.get(), UINT32_MAX);
+    pcre2_set_depth_limit(context_.get(), UINT32_MAX);
+  }
+
+  pcre2_match_data* data() const { return data_.get(); }
+  pcre2_match_context* context() const { return context_.get(); }
+
+private:
+  static constexpr std::uint32_t maximumGroups = 6; // the solid pattern's five and the match
+  std::unique_ptr<pcre2_match_data, MatchDataDeleter> data_;
+  std::unique_ptr<pcre2_match_context, MatchContextDeleter> context_;
+};
+
 // Finds the group-1 ranges of all non-overlapping matches, left to right, as one unanchored scan
 // would. A match can only start at the pattern's key, so only those positions are tried, each
 // with an anchored match. Every match ends with "]", so the subject ends at the last "]": a start
 // that could only fail after running to the end of the text is not tried, which keeps
 // unterminated arrays from making the scan quadratic.
 std::vector<Range> collectMatches(const pcre2_code* pattern, std::string_view text,
-                                  const std::vector<std::size_t>& starts) {
+                                  const std::vector<std::size_t>& starts, const Matcher& matcher) {
   std::vector<Range> ranges;
   const std::size_t lastBracket = text.rfind(']');
   if (starts.empty() || lastBracket == std::string_view::npos) {
     return ranges;
   }
   const std::size_t subjectEnd = lastBracket + 1;
-
-  std::unique_ptr<pcre2_match_data, MatchDataDeleter> matchData(
-      pcre2_match_data_create_from_pattern(pattern, nullptr));
-  std::unique_ptr<pcre2_match_context, MatchContextDeleter> context(
-      pcre2_match_context_create(nullptr));
-  if (!matchData || !context) {
-    throw std::bad_alloc();
-  }
-  // The scan's cost is linear in the text; the default limits would only cut long documents short.
-  pcre2_set_match_limit(context.get(), UINT32_MAX);
-  pcre2_set_depth_limit(context.get(), UINT32_MAX);
 
   const auto* subject = reinterpret_cast<PCRE2_SPTR>(text.data());
   std::size_t position = 0;
@@ -227,14 +232,14 @@ std::vector<Range> collectMatches(const pcre2_code* pattern, std::string_view te
       continue;
     }
     const int rc =
-        pcre2_match(pattern, subject, subjectEnd, start, 0, matchData.get(), context.get());
+        pcre2_match(pattern, subject, subjectEnd, start, 0, matcher.data(), matcher.context());
     if (rc == PCRE2_ERROR_NOMEMORY) {
       throw std::bad_alloc();
     }
     if (rc <= 0) {
       continue;
     }
-    const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(matchData.get());
+    const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(matcher.data());
     if (rc >= 2 && ovector[2] != PCRE2_UNSET) {
       ranges.push_back(Range{ovector[2], ovector[3]});
     }
@@ -274,6 +279,7 @@ struct GradientNumber {
 // What the passes of one call share: the map, the precision, and each source colour's
 // replacement text once written (solid and text colours only), by the colour's map entry.
 struct PassState {
+  Matcher matcher;
   ColorMap& map;
   int precision;
   std::vector<std::string> formatted;
@@ -296,7 +302,7 @@ std::vector<Edit> runPass(std::string& text, std::string& scratch, int pass,
                           const std::vector<std::size_t>& starts, Rewrite rewrite, PassState& state,
                           const ColorEditObserver& observer) {
   std::vector<Edit> edits;
-  const std::vector<Range> ranges = collectMatches(passPattern(pass), text, starts);
+  const std::vector<Range> ranges = collectMatches(passPattern(pass), text, starts, state.matcher);
   if (ranges.empty()) {
     return edits;
   }
@@ -563,7 +569,7 @@ std::string rewriteColors(std::string text, ColorMap& map, int precision,
   // The keys are found once; each pass's edits then move the later passes' keys.
   KeyPositions keys = findColorKeys(text);
   std::string scratch;
-  PassState state{map, precision, {}, {}, {}, {}};
+  PassState state{{}, map, precision, {}, {}, {}, {}};
   for (int pass = 0; pass < 4; ++pass) {
     const std::vector<Edit> edits =
         runPass(text, scratch, pass, keys[static_cast<std::size_t>(pass)],
