@@ -441,10 +441,12 @@ bool readPlainGradient(std::string_view array, std::vector<GradientNumber>& numb
     }
     double value = 0;
     std::from_chars(start, p, value);
-    // The parser holds "-0" as the integer 0, which is written "0".
-    const std::string_view text =
-        !integer ? std::string_view() : (negative && value == 0 ? "0" : std::string_view(start, p));
-    numbers.push_back(GradientNumber{value, text});
+    if (integer && value == 0) {
+      // The parser holds "-0" as the integer 0: positive, and written "0".
+      numbers.push_back(GradientNumber{0.0, "0"});
+    } else {
+      numbers.push_back(GradientNumber{value, integer ? std::string_view(start, p) : ""});
+    }
     while (isJSONSpace(*p)) {
       ++p;
     }

@@ -49,12 +49,14 @@ TEST(ReplaceColors, RewritesOnlyMatchedArraysInHandOutOrder) {
                     {A, B, {0.7, 0.7, 0.7}}, 1),
             R"({"fc":[0.2,0.4,0.6,1.0],"sc":[0.7,0.7,0.7,1.0],"s":[{"c":{"k":[0.2,0.4,0.6,1.0]}},)"
             R"({"c":{"k":[0.1,0.3,0.5,0.8]}}]})");
-  const auto palette =
-      DotLottieFile::palette(R"({"g":{"k":{"k":[0,1,0,0,1]}},"c":{"k":[1,0,0,1]},"sc":[0,0,1]})");
-  ASSERT_EQ(palette.size(), 2u);
+  // The gradient's "-0" alpha is the integer 0 to a JSON parser, so it keys as 0.0.
+  const auto palette = DotLottieFile::palette(
+      R"({"g":{"k":{"k":[0,1,0,0,1,1,1,1,1,-0]}},"c":{"k":[1,0,0,1]},"sc":[0,0,1]})");
+  ASSERT_EQ(palette.size(), 3u);
   EXPECT_EQ(palette[0].key, "1.0,0.0,0.0,1.0");
   EXPECT_EQ(palette[0].uses, 2u);
   EXPECT_EQ(palette[1].key, "0.0,0.0,1.0,1.0");
+  EXPECT_EQ(palette[2].key, "1.0,1.0,1.0,0.0");
 }
 
 TEST(ReplaceColors, LeavesNearMissesAndKeyframesAlone) {
