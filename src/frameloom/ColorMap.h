@@ -55,6 +55,8 @@ public:
   std::size_t replacementIndex(std::span<const double> source);
 
   const std::vector<Entry>& entries() const { return entries_; }
+  // Which colour of the list the entry at `index` took: entries share replacements this way.
+  std::size_t colorIndex(std::size_t index) const { return index % colors_.size(); }
   std::size_t nextColorIndex() const { return entries_.size(); }
 
 private:

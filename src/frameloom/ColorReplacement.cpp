@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -273,19 +272,20 @@ void shiftPositions(std::vector<std::size_t>& positions, const std::vector<Edit>
 // and every other number is written in the JSON writer's shortest form.
 struct GradientNumber {
   double value;
-  std::string_view text; // what to write when not empty: an integer's text, a replacement's
+  std::string_view integer; // an integer's text, else empty
+  // 1 + 4 x (colour's place in the list) + component when replaced by that colour's component
+  std::size_t replacement = 0;
 };
 
-// What the passes of one call share: the map, the precision, and each source colour's
-// replacement text once written (solid and text colours only), by the colour's map entry.
+// What the passes of one call share: the map, the precision, and each replacement colour's
+// text once written, by its place in the colour list.
 struct PassState {
   Matcher matcher;
   ColorMap& map;
   int precision;
   std::vector<std::string> formatted;
-  // Each source colour's replacement components as a gradient writes them, by map entry; a
-  // deque, since stops of the array being written point into it while it grows.
-  std::deque<std::array<std::string, 4>> gradientComponents;
+  // Each replacement colour's components as a gradient writes them.
+  std::vector<std::array<std::string, 4>> gradientComponents;
   std::vector<double> numbers;       // the array being read, kept to spare an allocation per array
   std::vector<GradientNumber> stops; // the same for a gradient
 };
@@ -383,14 +383,15 @@ bool rewriteSolid(std::string_view array, PassState& state, std::string& out) {
   if (source.size() < 3) {
     return false;
   }
-  const std::size_t index = state.map.replacementIndex(source);
+  const std::size_t entry = state.map.replacementIndex(source);
+  const std::size_t index = state.map.colorIndex(entry);
   if (index >= state.formatted.size()) {
     state.formatted.resize(index + 1);
   }
   std::string& text = state.formatted[index];
   if (text.empty()) {
     text = '[';
-    text += formatComponents(state.map.entries()[index].replacement, state.precision);
+    text += formatComponents(state.map.entries()[entry].replacement, state.precision);
     text += ']';
   }
   out += text;
@@ -473,23 +474,25 @@ void appendJSONNumber(std::string& out, double value) {
   out.append(buffer, nlohmann::detail::to_chars(buffer, buffer + sizeof buffer, value));
 }
 
-// The replacement components of the colour at `index` in the map, written once per colour.
-const std::array<std::string, 4>& gradientComponents(PassState& state, std::size_t index) {
+// Writes the replacement components of the map's entry `entry`, once per replacement colour, and
+// returns the colour's place in the list.
+std::size_t writeGradientComponents(PassState& state, std::size_t entry) {
+  const std::size_t index = state.map.colorIndex(entry);
   if (index >= state.gradientComponents.size()) {
     state.gradientComponents.resize(index + 1);
   }
   std::array<std::string, 4>& texts = state.gradientComponents[index];
   if (texts[0].empty()) {
-    const ColorComponents& replacement = state.map.entries()[index].replacement;
+    const ColorComponents& replacement = state.map.entries()[entry].replacement;
     for (std::size_t k = 0; k < 4; ++k) {
       appendJSONNumber(texts[k], replacement[k]);
     }
   }
-  return texts;
+  return index;
 }
 
-// Walks the gradient's stops (below) over numbers read directly. A replaced number keeps the
-// text its colour's component is written as.
+// Walks the gradient's stops (below) over numbers read directly. A replaced number is written
+// as its colour's component is, once per colour.
 void rewritePlainGradient(std::vector<GradientNumber>& numbers, PassState& state,
                           std::string& out) {
   const std::size_t count = numbers.size();
@@ -498,10 +501,9 @@ void rewritePlainGradient(std::vector<GradientNumber>& numbers, PassState& state
     const bool hasAlpha = i + 4 < count && numbers[i + 4].value <= 1.0001;
     const double source[4] = {numbers[i + 1].value, numbers[i + 2].value, numbers[i + 3].value,
                               hasAlpha ? numbers[i + 4].value : 1.0};
-    const std::array<std::string, 4>& texts =
-        gradientComponents(state, state.map.replacementIndex(source));
+    const std::size_t index = writeGradientComponents(state, state.map.replacementIndex(source));
     for (std::size_t k = 1; k <= (hasAlpha ? 4u : 3u); ++k) {
-      numbers[i + k].text = texts[k - 1];
+      numbers[i + k].replacement = 1 + 4 * index + (k - 1);
     }
     i += hasAlpha ? 5 : 4;
   }
@@ -510,10 +512,12 @@ void rewritePlainGradient(std::vector<GradientNumber>& numbers, PassState& state
     if (k > 0) {
       out += ',';
     }
-    if (numbers[k].text.empty()) {
-      appendJSONNumber(out, numbers[k].value);
+    if (const std::size_t r = numbers[k].replacement; r != 0) {
+      out += state.gradientComponents[(r - 1) / 4][(r - 1) % 4];
+    } else if (!numbers[k].integer.empty()) {
+      out += numbers[k].integer;
     } else {
-      out += numbers[k].text;
+      appendJSONNumber(out, numbers[k].value);
     }
   }
   out += ']';
@@ -526,6 +530,7 @@ void rewritePlainGradient(std::vector<GradientNumber>& numbers, PassState& state
 // the JSON writer writes them.
 bool rewriteGradient(std::string_view array, PassState& state, std::string& out) {
   state.stops.clear();
+  state.stops.reserve(array.size() / 2 + 1);
   if (readPlainGradient(array, state.stops)) {
     rewritePlainGradient(state.stops, state, out);
     return true;
