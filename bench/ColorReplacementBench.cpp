@@ -1,5 +1,6 @@
 // Throughput of the colour replacement over real Lottie documents, read into memory first, next
-// to one plain scan that only finds every "c", "fc", "sc" and "g" key of the same text; and the
+// to one plain scan that only finds every "c", "fc", "sc" and "g" key of the same text, over all
+// documents together and over each one alone (ReplaceColors/<file>, PlainKeyScan/<file>); and the
 // time of a whole recolouring (read, replace, unpack, repack) of a 1 MB .lottie made of those
 // documents. Recolouring writes into $TMPDIR, which the program points at a scratch folder of
 // its own and removes at the end.
@@ -28,6 +29,11 @@ namespace {
 std::vector<std::string>& documents() {
   static std::vector<std::string> texts;
   return texts;
+}
+
+std::vector<std::string>& documentNames() {
+  static std::vector<std::string> names;
+  return names;
 }
 
 std::int64_t totalBytes() {
@@ -123,6 +129,31 @@ BENCHMARK(ReplaceColors)->Unit(benchmark::kMillisecond);
 BENCHMARK(PlainKeyScan)->Unit(benchmark::kMillisecond);
 BENCHMARK(RecolorOneMegabyteLottie)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The replacement and the key scan of each document alone, side by side.
+void registerPerDocument() {
+  for (std::size_t i = 0; i < documents().size(); ++i) {
+    const std::string& text = documents()[i];
+    const auto bytes = static_cast<std::int64_t>(text.size());
+    benchmark::RegisterBenchmark(("ReplaceColors/" + documentNames()[i]).c_str(),
+                                 [&text, bytes](benchmark::State& state) {
+                                   for (auto _ : state) {
+                                     benchmark::DoNotOptimize(
+                                         frameloom::DotLottieFile::replaceColors(text, palette, 3));
+                                   }
+                                   state.SetBytesProcessed(state.iterations() * bytes);
+                                 })
+        ->MinTime(0.1);
+    benchmark::RegisterBenchmark(("PlainKeyScan/" + documentNames()[i]).c_str(),
+                                 [&text, bytes](benchmark::State& state) {
+                                   for (auto _ : state) {
+                                     benchmark::DoNotOptimize(countColorKeys(text));
+                                   }
+                                   state.SetBytesProcessed(state.iterations() * bytes);
+                                 })
+        ->MinTime(0.1);
+  }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -140,6 +171,7 @@ int main(int argc, char** argv) {
     std::ostringstream content;
     content << in.rdbuf();
     documents().push_back(content.str());
+    documentNames().push_back(path.filename().string());
   };
   for (const auto& source : sources) {
     if (!std::filesystem::is_directory(source)) {
@@ -165,6 +197,7 @@ int main(int argc, char** argv) {
   std::filesystem::create_directories(scratch / "tmp");
   setenv("TMPDIR", (scratch / "tmp").c_str(), 1);
   oneMegabyteLottie() = makeOneMegabyteLottie(scratch);
+  registerPerDocument();
 
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

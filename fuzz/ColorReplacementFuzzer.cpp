@@ -11,11 +11,13 @@
 #include "frameloom/DotLottieFile.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 8
+#include <nlohmann/json.hpp>
 #include <pcre2.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -75,6 +77,50 @@ std::set<Range> referenceRanges(int pass, const std::string& text) {
   return ranges;
 }
 
+using Replacements = std::map<std::string, frameloom::ColorComponents>;
+
+const frameloom::ColorComponents& replacementOf(const Replacements& replacements,
+                                                std::vector<double> source) {
+  const auto found = replacements.find(frameloom::colorKey(frameloom::normalizedRGBA(source)));
+  check(found != replacements.end(), "a replaced colour is not in the map");
+  return found->second;
+}
+
+// What a solid or text colour array becomes: its colour's replacement, each component printed
+// with "%.<precision>f".
+std::string expectedSolid(std::string_view array, const Replacements& replacements, int precision) {
+  const auto parsed = nlohmann::json::parse(array, nullptr, false);
+  check(parsed.is_array() && parsed.size() >= 3, "a replaced colour array does not parse");
+  std::string text = "[";
+  for (const double component : replacementOf(replacements, parsed.get<std::vector<double>>())) {
+    char buffer[512];
+    std::snprintf(buffer, sizeof buffer, "%.*f", precision, component);
+    text += (text.size() > 1 ? "," : "") + std::string(buffer);
+  }
+  return text + "]";
+}
+
+// What a gradient array becomes: walked stop by stop through the parsed array, then written
+// back by the JSON writer.
+std::string expectedGradient(std::string_view array, const Replacements& replacements) {
+  auto parsed = nlohmann::json::parse(array, nullptr, false);
+  check(parsed.is_array(), "a replaced gradient does not parse");
+  for (std::size_t i = 0; i + 3 < parsed.size();) {
+    const bool alpha =
+        i + 4 < parsed.size() && parsed[i + 4].is_number() && parsed[i + 4].get<double>() <= 1.0001;
+    if (parsed[i + 1].is_number() && parsed[i + 2].is_number() && parsed[i + 3].is_number()) {
+      const auto& color = replacementOf(
+          replacements, {parsed[i + 1].get<double>(), parsed[i + 2].get<double>(),
+                         parsed[i + 3].get<double>(), alpha ? parsed[i + 4].get<double>() : 1.0});
+      for (std::size_t k = 0; k < (alpha ? 4u : 3u); ++k) {
+        parsed[i + 1 + k] = color[k];
+      }
+    }
+    i += alpha ? 5 : 4;
+  }
+  return parsed.dump();
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -102,6 +148,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         edits[pass].push_back(Edit{begin, end, std::string(replacement)});
       });
 
+  Replacements replacements;
+  for (const auto& entry : map.entries()) {
+    replacements.emplace(frameloom::colorKey(entry.source), entry.replacement);
+  }
   std::string expected = text;
   for (int pass = 0; pass < 4; ++pass) {
     const std::set<Range> matches = referenceRanges(pass, expected);
@@ -113,6 +163,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       check(!edit.replacement.empty() && edit.replacement.front() == '[' &&
                 edit.replacement.back() == ']',
             "replacement is not an array");
+      const std::string_view array =
+          std::string_view(expected).substr(edit.begin, edit.end - edit.begin);
+      check(edit.replacement == (pass == 3 ? expectedGradient(array, replacements)
+                                           : expectedSolid(array, replacements, precision)),
+            "a colour array was not rewritten as its parsed numbers call for");
       next.append(expected, copied, edit.begin - copied);
       next += edit.replacement;
       copied = edit.end;

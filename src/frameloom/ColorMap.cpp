@@ -1,9 +1,10 @@
 #include "frameloom/ColorMap.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
+#include <limits>
 #include <stdexcept>
 
 namespace frameloom {
@@ -29,6 +30,10 @@ void appendShortest(std::string& out, double value) {
   }
 }
 
+double roundedComponent(double component) {
+  return std::round(component * 1000) / 1000;
+}
+
 } // namespace
 
 std::string colorKey(std::span<const double> normalized) {
@@ -39,26 +44,32 @@ std::string colorKey(std::span<const double> normalized) {
     if (i > 0) {
       key += ',';
     }
-    appendShortest(key, std::round(component * 1000) / 1000);
+    appendShortest(key, roundedComponent(component));
   }
   return key;
 }
 
 std::string formatComponents(std::span<const double> components, int precision) {
+  // to_chars with a precision writes exactly what printf would in the "C" locale, only faster;
+  // printf reads a negative precision as none given, that is six.
+  const int decimals = precision < 0 ? 6 : precision;
   std::string out;
   char buffer[64];
   for (std::size_t i = 0; i < components.size(); ++i) {
     if (i > 0) {
       out += ',';
     }
-    const int length = std::snprintf(buffer, sizeof buffer, "%.*f", precision, components[i]);
-    if (length < static_cast<int>(sizeof buffer)) {
-      out.append(buffer, static_cast<std::size_t>(length));
-    } else {
-      std::string wide(static_cast<std::size_t>(length) + 1, '\0');
-      std::snprintf(wide.data(), wide.size(), "%.*f", precision, components[i]);
-      out.append(wide.data(), static_cast<std::size_t>(length));
+    const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, components[i],
+                                            std::chars_format::fixed, decimals);
+    if (error == std::errc()) {
+      out.append(buffer, end);
+      continue;
     }
+    // Large numbers or many decimals: the integer part plus the decimals plus sign and point.
+    std::string wide(330 + static_cast<std::size_t>(decimals), '\0');
+    const auto result = std::to_chars(wide.data(), wide.data() + wide.size(), components[i],
+                                      std::chars_format::fixed, decimals);
+    out.append(wide.data(), result.ptr);
   }
   return out;
 }
@@ -74,19 +85,39 @@ ColorMap::ColorMap(std::vector<ColorComponents> colors) : colors_(std::move(colo
   }
 }
 
-const ColorComponents& ColorMap::replacementColor(std::span<const double> source) {
-  ColorComponents normalized = normalizedRGBA(source);
-  std::string key = colorKey(normalized);
-  if (auto found = indexByKey_.find(key); found != indexByKey_.end()) {
-    Entry& entry = entries_[found->second];
-    ++entry.uses;
-    return entry.replacement;
+std::size_t ColorMap::RoundedKeyHash::operator()(const RoundedKey& key) const noexcept {
+  std::uint64_t hash = 0;
+  for (const std::uint64_t bits : key) {
+    hash = (hash ^ bits) * 0x9E3779B97F4A7C15ULL;
+    hash ^= hash >> 29;
+  }
+  return static_cast<std::size_t>(hash);
+}
+
+std::size_t ColorMap::replacementIndex(std::span<const double> source) {
+  RoundedKey rounded;
+  for (std::size_t i = 0; i < 4; ++i) {
+    double component = roundedComponent(i < source.size() ? source[i] : 1.0);
+    // Every NaN of one sign writes the same key text.
+    if (std::isnan(component)) {
+      component = std::copysign(std::numeric_limits<double>::quiet_NaN(), component);
+    }
+    rounded[i] = std::bit_cast<std::uint64_t>(component);
+  }
+  if (const auto found = indexByKey_.find(rounded); found != indexByKey_.end()) {
+    ++entries_[found->second].uses;
+    return found->second;
   }
   const std::size_t index = entries_.size();
-  ColorComponents replacement = normalizedRGBA(colors_[index % colors_.size()]);
-  indexByKey_.emplace(key, index);
-  entries_.push_back(Entry{std::move(key), std::move(normalized), std::move(replacement), 1});
-  return entries_.back().replacement;
+  entries_.push_back(
+      Entry{normalizedRGBA(source), normalizedRGBA(colors_[index % colors_.size()]), 1});
+  try {
+    indexByKey_.emplace(rounded, index);
+  } catch (...) {
+    entries_.pop_back();
+    throw;
+  }
+  return index;
 }
 
 } // namespace frameloom

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -34,8 +36,7 @@ std::string formatComponents(std::span<const double> components, int precision);
 class ColorMap {
 public:
   struct Entry {
-    std::string key;
-    ColorComponents source;      // the first value met with this key, normalised
+    ColorComponents source;      // the first value met with its colorKey, normalised
     ColorComponents replacement; // normalised
     std::size_t uses = 0;
   };
@@ -46,15 +47,29 @@ public:
 
   // The replacement for `source` (at least three components); normalised, so it has at least
   // four components. The reference stays valid until the next call.
-  const ColorComponents& replacementColor(std::span<const double> source);
+  const ColorComponents& replacementColor(std::span<const double> source) {
+    return entries_[replacementIndex(source)].replacement;
+  }
+
+  // The same, as the index of the source colour's entry.
+  std::size_t replacementIndex(std::span<const double> source);
 
   const std::vector<Entry>& entries() const { return entries_; }
+  // Which colour of the list the entry at `index` took: entries share replacements this way.
+  std::size_t colorIndex(std::size_t index) const { return index % colors_.size(); }
   std::size_t nextColorIndex() const { return entries_.size(); }
 
 private:
+  // The four rounded components of a colour key, as bit patterns: equal exactly when the keys'
+  // texts are, and much cheaper to make and compare.
+  using RoundedKey = std::array<std::uint64_t, 4>;
+  struct RoundedKeyHash {
+    std::size_t operator()(const RoundedKey& key) const noexcept;
+  };
+
   std::vector<ColorComponents> colors_;
   std::vector<Entry> entries_;
-  std::unordered_map<std::string, std::size_t> indexByKey_;
+  std::unordered_map<RoundedKey, std::size_t, RoundedKeyHash> indexByKey_;
 };
 
 } // namespace frameloom

@@ -77,7 +77,7 @@ std::vector<DotLottieFile::PaletteColor> DotLottieFile::palette(std::string text
   std::vector<PaletteColor> colors;
   colors.reserve(map.entries().size());
   for (const ColorMap::Entry& entry : map.entries()) {
-    colors.push_back(PaletteColor{entry.key, entry.source, entry.uses});
+    colors.push_back(PaletteColor{colorKey(entry.source), entry.source, entry.uses});
   }
   return colors;
 }

@@ -17,10 +17,9 @@ namespace frameloom::testing {
 
 class TemporaryFolder {
 public:
-  TemporaryFolder() {
-    std::random_device random;
-    path_ = std::filesystem::temp_directory_path() /
-            ("frameloom-file-test-" + std::to_string(random()) + std::to_string(random()));
+  TemporaryFolder()
+      : path_(std::filesystem::temp_directory_path() /
+              ("frameloom-file-test-" + std::to_string(std::random_device()()))) {
     std::filesystem::create_directories(path_);
   }
   ~TemporaryFolder() {
@@ -29,7 +28,6 @@ public:
   }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
   const std::filesystem::path& path() const { return path_; }
 
 private:
@@ -41,34 +39,24 @@ inline void writeFile(const std::filesystem::path& path, const std::string& cont
   std::ofstream(path, std::ios::binary) << content;
 }
 
-inline std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // Entry path and content, in archive order; a path ending in "/" is a folder entry.
 using ArchiveEntries = std::vector<std::pair<std::string, std::string>>;
 
 // Writes a deflated ZIP archive at `archive` holding exactly `entries`, names taken as given.
 inline void makeArchive(const std::filesystem::path& archive, const ArchiveEntries& entries) {
   const std::filesystem::path staging = archive.string() + ".entries";
-  std::filesystem::create_directories(staging);
   // The Debian interpreter directly: wrappers on PATH can take seconds to start.
-  const std::string python =
-      std::filesystem::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
-  std::string command = python +
-                        " -c '"
-                        "import sys, zipfile\n"
+  std::string command = "/usr/bin/python3 -c 'import sys, zipfile\n"
                         "with zipfile.ZipFile(sys.argv[1], \"w\", zipfile.ZIP_DEFLATED) as z:\n"
                         "    for name, source in zip(sys.argv[2::2], sys.argv[3::2]):\n"
                         "        z.writestr(zipfile.ZipInfo(name), open(source, \"rb\").read())\n"
                         "' '" +
                         archive.string() + "'";
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    const std::filesystem::path source = staging / std::to_string(i);
-    writeFile(source, entries[i].second);
-    command += " '" + entries[i].first + "' '" + source.string() + "'";
+    writeFile(staging / std::to_string(i), entries[i].second);
+    command += " '" + entries[i].first + "' '" + (staging / std::to_string(i)).string() + "'";
   }
+  std::filesystem::create_directories(staging);
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
   std::filesystem::remove_all(staging);
 }
