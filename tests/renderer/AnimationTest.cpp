@@ -1,4 +1,5 @@
 #include "platform/renderer/DotLottieAnimation.h"
+#include "platform/renderer/LottieDocument.h"
 
 #include "LottieSamples.h"
 
@@ -12,97 +13,74 @@ namespace {
 
 using testing::bytesOf;
 using testing::sampleLottie;
+using Pixels = std::vector<Rgba8>;
 
 constexpr testing::Rgb red{1, 0, 0};
-constexpr testing::Rgb green{0, 1, 0};
 constexpr testing::Rgb blue{0, 0, 1};
+constexpr Rgba8 r{255, 0, 0, 255};
+constexpr Rgba8 g{0, 255, 0, 255};
+constexpr Rgba8 b{0, 0, 255, 255};
+constexpr Rgba8 clear{};
 
-// 200 x 100: red on the left half, blue on the right half.
-std::vector<std::uint8_t> halvesDocument() {
-  return bytesOf(sampleLottie(
-      200, 100, {{0, 0, 100, 100, {{0, red}}}, {100, 0, 100, 100, {{0, blue}}}}, {0, 90, 30}));
-}
+// 200 x 100: red on the left half, blue on the right half, 60 frames.
+const std::vector<std::uint8_t> halves = bytesOf(
+    sampleLottie(200, 100, {{0, 0, 100, 100, {{0, red}}}, {100, 0, 100, 100, {{0, blue}}}}));
 
-DotLottieAnimation make(const std::vector<std::uint8_t>& bytes,
-                        std::optional<std::int64_t> width = std::nullopt,
-                        std::optional<std::int64_t> height = std::nullopt) {
-  AnimationConfig config{};
+DotLottieAnimation make(const std::vector<std::uint8_t>& bytes, std::optional<std::int64_t> width,
+                        std::optional<std::int64_t> height, Rgba8 background = {}) {
+  AnimationConfig config;
   config.width = width;
   config.height = height;
-  return DotLottieAnimation(bytes, std::move(config));
+  config.backgroundColor = background;
+  return DotLottieAnimation(bytes, config);
 }
 
-TEST(DotLottieAnimationTest, ReportsFramesAndDurationOfTheTimeline) {
-  const auto animation =
-      make(bytesOf(sampleLottie(10, 10, {{0, 0, 10, 10, {{0, red}}}}, {12.5, 72.5, 24})));
-  EXPECT_TRUE(animation.isLoaded());
-  EXPECT_EQ(animation.totalFrames(), 60.0f);
-  EXPECT_EQ(animation.duration(), 2.5f);
+using Look = std::tuple<std::size_t, std::size_t, Pixels>;
+
+// The image's width and height, and its pixels at the given points.
+Look look(const std::shared_ptr<const Image>& image,
+          std::vector<std::pair<std::size_t, std::size_t>> points) {
+  Pixels pixels;
+  for (auto [x, y] : points) {
+    pixels.push_back(image->pixel(x, y));
+  }
+  return {image->width(), image->height(), pixels};
 }
 
-TEST(DotLottieAnimationTest, RendersAtOwnSizeThenAtResizedSizeWithTheDefaultLayout) {
-  auto animation = make(halvesDocument());
-  const auto natural = animation.tick();
-  ASSERT_TRUE(natural);
-  EXPECT_EQ(natural->width(), 200u);
-  EXPECT_EQ(natural->height(), 100u);
-  EXPECT_EQ(natural->pixel(10, 50), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(natural->pixel(190, 50), (Rgba8{0, 0, 255, 255}));
-
+TEST(DotLottieAnimationTest, RendersAtOwnConfiguredAndResizedSizesWithLayoutAndBackground) {
+  auto animation = make(halves, std::nullopt, std::nullopt);
+  EXPECT_EQ(look(animation.tick(), {{10, 50}, {190, 50}}), Look(200, 100, {r, b}));
   ASSERT_TRUE(animation.resize(250, 250));
-  const auto square = animation.tick();
-  ASSERT_TRUE(square);
-  EXPECT_EQ(square->width(), 250u);
-  EXPECT_EQ(square->height(), 250u);
-  EXPECT_EQ(square->pixel(60, 125), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(square->pixel(190, 125), (Rgba8{0, 0, 255, 255}));
   // Letterbox bands above and below stay transparent.
-  EXPECT_EQ(square->pixel(125, 20), (Rgba8{}));
-  EXPECT_EQ(square->pixel(125, 230), (Rgba8{}));
+  EXPECT_EQ(look(animation.tick(), {{60, 125}, {190, 125}, {125, 20}, {125, 230}}),
+            Look(250, 250, {r, b, clear, clear}));
+  EXPECT_EQ(look(make(halves, 50, 100, {0, 255, 0, 128}).tick(), {{25, 5}, {10, 50}}),
+            Look(50, 100, {{0, 128, 0, 128}, r}));
 }
 
-TEST(DotLottieAnimationTest, SizeFromConfigurationAndBackground) {
-  AnimationConfig config;
-  config.width = 50;
-  config.height = 100;
-  config.backgroundColor = {0, 255, 0, 128};
-  DotLottieAnimation animation(halvesDocument(), config);
-  const auto image = animation.tick();
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image->width(), 50u);
-  EXPECT_EQ(image->pixel(25, 5), (Rgba8{0, 128, 0, 128}));
-  EXPECT_EQ(image->pixel(10, 50), (Rgba8{255, 0, 0, 255}));
+TEST(DotLottieAnimationTest, FramesCountFromTheInPointAndRoundToNearest) {
+  // Red until frame 40, blue until 50, then green; the timeline runs from 30 to 92.5 at 25 fps.
+  auto animation =
+      make(bytesOf(sampleLottie(8, 8, {{0, 0, 8, 8, {{0, red}, {40, blue}, {50, {0, 1, 0}}}}},
+                                {30, 92.5, 25})),
+           std::nullopt, std::nullopt);
+  EXPECT_EQ(animation.totalFrames(), 62.5f);
+  EXPECT_EQ(animation.duration(), 2.5f);
+  for (const auto& [frame, color] :
+       std::vector<std::pair<float, Rgba8>>{{0, r}, {9.4f, r}, {9.6f, b}, {20, g}, {62.5f, g}}) {
+    ASSERT_TRUE(animation.setFrame(frame)) << frame;
+    EXPECT_EQ(animation.tick()->pixel(4, 4), color) << frame;
+  }
 }
 
-TEST(DotLottieAnimationTest, FrameNumbersCountFromTheInPointAndRoundToNearest) {
-  // The colour is red until frame 40, blue until 50, then green; the timeline starts at 30.
-  auto animation = make(bytesOf(
-      sampleLottie(8, 8, {{0, 0, 8, 8, {{0, red}, {40, blue}, {50, green}}}}, {30, 90, 30})));
-  const auto colorAt = [&](float frame) {
-    EXPECT_TRUE(animation.setFrame(frame)) << frame;
-    return animation.tick()->pixel(4, 4);
-  };
-  EXPECT_EQ(colorAt(0), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(colorAt(9.4f), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(colorAt(9.6f), (Rgba8{0, 0, 255, 255}));
-  EXPECT_EQ(colorAt(20), (Rgba8{0, 255, 0, 255}));
-  EXPECT_EQ(colorAt(60), (Rgba8{0, 255, 0, 255}));
-}
-
-TEST(DotLottieAnimationTest, RefusesUnusableFramesAndKeepsTheCurrentOne) {
-  auto animation = make(halvesDocument());
+TEST(DotLottieAnimationTest, HostileFramesAndSizesAreRefused) {
+  auto animation = make(halves, 0, 250);
+  EXPECT_FALSE(animation.tick());
   ASSERT_TRUE(animation.setFrame(12));
-  for (float bad : {-0.5f, 90.5f, std::numeric_limits<float>::quiet_NaN(),
-                    std::numeric_limits<float>::infinity()}) {
+  for (float bad : {-0.5f, 60.5f, NAN, INFINITY}) {
     EXPECT_FALSE(animation.setFrame(bad)) << bad;
   }
   EXPECT_EQ(animation.currentFrame(), 12.0f);
-  EXPECT_TRUE(animation.tick());
-}
-
-TEST(DotLottieAnimationTest, UnusableSizesGiveNoImageUntilResizedAgain) {
-  auto animation = make(halvesDocument(), 0, 250);
-  EXPECT_FALSE(animation.tick());
   for (auto [width, height] : std::vector<std::pair<std::int64_t, std::int64_t>>{
            {-1, 10}, {10, 0}, {16385, 10}, {std::numeric_limits<std::int64_t>::max(), 1}}) {
     EXPECT_FALSE(animation.resize(width, height));
@@ -113,41 +91,47 @@ TEST(DotLottieAnimationTest, UnusableSizesGiveNoImageUntilResizedAgain) {
   EXPECT_TRUE(animation.tick());
 }
 
-TEST(DotLottieAnimationTest, BytesWithoutAnAnimationGiveAnEmptyAnimation) {
-  const std::vector<std::vector<std::uint8_t>> inputs{
-      {},
-      bytesOf("not an animation"),
-      bytesOf("{}"),
-      bytesOf(R"({"v":"5.7.0","fr":30,"ip":0,"op":60,"w":10,"h":10,"layers":[)"),
-      {'P', 'K', 3, 4, 0, 0, 0},
-  };
-  for (const auto& bytes : inputs) {
+TEST(DotLottieAnimationTest, EmptyAndDestroyedAnimationsRenderNothing) {
+  for (const auto& bytes :
+       std::vector<std::vector<std::uint8_t>>{{},
+                                              bytesOf("no animation"),
+                                              bytesOf("{}"),
+                                              bytesOf(R"({"w":10,"h":10,"layers":[)"),
+                                              {'P', 'K', 3, 4, 0, 0, 0},
+                                              halves}) {
     auto animation = make(bytes, 250, 250);
+    if (bytes == halves) {
+      animation.destroy();
+      animation.destroy();
+    }
     EXPECT_FALSE(animation.isLoaded());
-    EXPECT_EQ(animation.totalFrames(), 0.0f);
-    EXPECT_EQ(animation.duration(), 0.0f);
+    EXPECT_EQ(animation.totalFrames() + animation.duration(), 0.0f);
     EXPECT_FALSE(animation.setFrame(0));
     EXPECT_FALSE(animation.tick());
   }
 }
 
-TEST(DotLottieAnimationTest, DocumentsNeverShareAModel) {
-  for (const auto& color : {red, blue, red}) {
-    auto animation = make(bytesOf(sampleLottie(4, 4, {{0, 0, 4, 4, {{0, color}}}})));
-    const Rgba8 expected{static_cast<std::uint8_t>(color[0] * 255), 0,
-                         static_cast<std::uint8_t>(color[2] * 255), 255};
-    EXPECT_EQ(animation.tick()->pixel(2, 2), expected);
-  }
+TEST(LayoutTest, FitsAlignsAndFills) {
+  EXPECT_EQ(layoutRect(createDefaultLayout(), 100, 400, 250, 250), (PixelRect{94, 0, 63, 250}));
+  // Extreme aspect ratios still cover at least one pixel.
+  EXPECT_EQ(layoutRect(createDefaultLayout(), 100000, 1, 10, 10), (PixelRect{0, 5, 10, 1}));
+  EXPECT_EQ(layoutRect({Fit::contain, 7, -3}, 100, 200, 100, 100), (PixelRect{50, 0, 50, 100}));
+  EXPECT_EQ(layoutRect({Fit::contain, NAN, NAN}, 200, 100, 100, 100), (PixelRect{0, 25, 100, 50}));
+  EXPECT_EQ(layoutRect({Fit::fill, 0, 0}, 200, 100, 30, 70), (PixelRect{0, 0, 30, 70}));
 }
 
-TEST(DotLottieAnimationTest, DestroyReleasesOnceAndStopsRendering) {
-  auto animation = make(halvesDocument(), 20, 20);
-  animation.destroy();
-  animation.destroy();
-  EXPECT_FALSE(animation.isLoaded());
-  EXPECT_EQ(animation.totalFrames(), 0.0f);
-  EXPECT_FALSE(animation.setFrame(0));
-  EXPECT_FALSE(animation.tick());
+TEST(LottieTimingTest, ReadsTopLevelNumbersAndRejectsUnusableOnes) {
+  // Nested values do not count, and what follows the three numbers is never read.
+  const auto timing = readLottieTiming(R"({"layers":[{"ip":5,"op":6,"fr":7}],"fr":29.97,"ip":10,)"
+                                       R"("op":70.5,"w":1,"assets":[)");
+  ASSERT_TRUE(timing);
+  EXPECT_EQ(std::tuple(timing->inPoint, timing->outPoint, timing->frameRate),
+            std::tuple(10, 70.5, 29.97));
+  for (const std::string& bad : std::vector<std::string>{
+           R"({"ip":0,"op":60})", R"({"ip":0,"op":60,"fr":0})", R"({"ip":0,"op":"60","fr":30})",
+           R"({"ip":0,"op":1e999,"fr":30})", R"({"ip":0,"op":60,)", "", std::string(100000, '[')}) {
+    EXPECT_FALSE(readLottieTiming(bad)) << bad.substr(0, 30);
+  }
 }
 
 } // namespace

@@ -6,172 +6,154 @@
 #include "LottieSamples.h"
 
 #include <gtest/gtest.h>
+#include <webp/encode.h>
 
 #include <filesystem>
+#include <fstream>
 
 namespace frameloom::platform {
 namespace {
 
 using testing::makeZip;
-using testing::sampleLottie;
+using Entries = std::vector<std::pair<std::string, std::string>>;
 
-std::string solid(testing::Rgb color, double frames = 60) {
-  return sampleLottie(4, 4, {{0, 0, 4, 4, {{0, color}}}}, {0, frames, 30});
+std::string solid(testing::Rgb color) {
+  return testing::sampleLottie(4, 4, {{0, 0, 4, 4, {{0, color}}}});
 }
-
-Rgba8 centreOf(const std::vector<std::uint8_t>& bytes) {
-  DotLottieAnimation animation(bytes, AnimationConfig{});
-  const auto image = animation.tick();
-  return image ? image->pixel(2, 2) : Rgba8{1, 2, 3, 4};
-}
-
+const std::string red = solid({1, 0, 0});
+const std::string blue = solid({0, 0, 1});
 constexpr Rgba8 opaqueRed{255, 0, 0, 255};
 constexpr Rgba8 opaqueBlue{0, 0, 255, 255};
+constexpr Rgba8 nothing{1, 2, 3, 4};
 
-TEST(DotLottieArchiveTest, ManifestChoosesTheAnimationInEitherLayout) {
-  EXPECT_EQ(
-      centreOf(makeZip({{"animations/blue.json", solid({0, 0, 1})},
-                        {"animations/red.json", solid({1, 0, 0})},
-                        {"manifest.json", R"({"animations":[{"id":"red"},{"id":"blue"}]})"}})),
-      opaqueRed);
-  EXPECT_EQ(centreOf(makeZip({{"manifest.json", R"({"version":"2","animations":[{"id":"Main"}]})"},
-                              {"a/Other.json", solid({0, 0, 1})},
-                              {"a/Main.json", solid({1, 0, 0})}})),
-            opaqueRed);
+Rgba8 centreOf(const std::vector<std::uint8_t>& bytes) {
+  const auto image = DotLottieAnimation(bytes, AnimationConfig{}).tick();
+  return image ? image->pixel(2, 2) : nothing;
 }
 
-TEST(DotLottieArchiveTest, WithoutAUsableManifestTheFirstJsonUnderEitherFolderIsTaken) {
-  const std::vector<std::string> unusable{R"({"animations":[{"id":"missing"}]})", "not json",
-                                          R"({"animations":[]})", R"({"animations":[{"id":7}]})"};
-  for (const std::string& manifest : unusable) {
-    EXPECT_EQ(centreOf(makeZip({{"manifest.json", manifest},
-                                {"__MACOSX/animations/._x.json", "junk"},
-                                {"animations/notes.txt", "text"},
-                                {"animations/First.JSON", solid({0, 0, 1})},
-                                {"animations/second.json", solid({1, 0, 0})}})),
-              opaqueBlue)
-        << manifest;
-  }
-  EXPECT_EQ(centreOf(makeZip({{"a/x.json", solid({1, 0, 0})}})), opaqueRed);
-}
-
-TEST(DotLottieArchiveTest, ArchivesWithoutAUsableAnimationGiveAnEmptyAnimation) {
-  const std::vector<std::vector<std::uint8_t>> inputs{
-      makeZip({{"manifest.json", R"({"animations":[{"id":"a"}]})"}, {"images/a.json", "{}"}}),
-      makeZip({{"animations/a.json", "this is not JSON"}}),
-      makeZip({}),
+TEST(DotLottieArchiveTest, ManifestOrElseTheFirstJsonUnderEitherFolderIsTheAnimation) {
+  const std::string manifest = "manifest.json";
+  const std::vector<std::pair<Entries, Rgba8>> cases{
+      {{{"animations/blue.json", blue},
+        {"animations/red.json", red},
+        {manifest, R"({"animations":[{"id":"red"},{"id":"blue"}]})"}},
+       opaqueRed},
+      {{{manifest, R"({"version":"2","animations":[{"id":"Main"}]})"},
+        {"a/Other.json", blue},
+        {"a/Main.json", red}},
+       opaqueRed},
+      {{{manifest, R"({"animations":[{"id":7}]})"},
+        {"__MACOSX/animations/._x.json", "junk"},
+        {"animations/notes.txt", "text"},
+        {"a/First.JSON", red},
+        {"a/b.json", blue}},
+       opaqueRed},
+      {{{manifest, "not json"}, {"animations/a.json", red}}, opaqueRed},
+      {{{manifest, R"({"animations":[{"id":"a"}]})"}, {"images/a.json", red}}, nothing},
+      {{{"animations/a.json", "this is not JSON"}}, nothing},
   };
-  for (const auto& bytes : inputs) {
-    DotLottieAnimation animation(bytes, AnimationConfig{});
-    EXPECT_FALSE(animation.isLoaded());
-    EXPECT_EQ(animation.totalFrames(), 0.0f);
-    EXPECT_FALSE(animation.tick());
+  for (const auto& [entries, expected] : cases) {
+    EXPECT_EQ(centreOf(makeZip(entries)), expected) << entries.front().second;
   }
-  auto truncated = makeZip({{"animations/a.json", solid({1, 0, 0})}});
+  auto truncated = makeZip({{"animations/a.json", red}});
   truncated.resize(truncated.size() - 30);
-  EXPECT_FALSE(DotLottieAnimation(truncated, AnimationConfig{}).isLoaded());
+  EXPECT_EQ(centreOf(truncated), nothing);
 }
 
-// A 4 x 4 document showing the picture `fileName` found under `folder`.
-std::string pictureDocument(const std::string& folder, const std::string& fileName) {
-  nlohmann::ordered_json transform{{"o", {{"a", 0}, {"k", 100}}},
-                                   {"r", {{"a", 0}, {"k", 0}}},
-                                   {"p", {{"a", 0}, {"k", {0, 0}}}},
-                                   {"a", {{"a", 0}, {"k", {0, 0}}}},
-                                   {"s", {{"a", 0}, {"k", {100, 100}}}}};
-  return nlohmann::ordered_json{
-      {"v", "5.7.0"},
-      {"fr", 30},
-      {"ip", 0},
-      {"op", 30},
-      {"w", 4},
-      {"h", 4},
-      {"assets", {{{"id", "pic"}, {"w", 4}, {"h", 4}, {"u", folder}, {"p", fileName}, {"e", 0}}}},
-      {"layers",
-       {{{"ty", 2}, {"refId", "pic"}, {"ip", 0}, {"op", 30}, {"st", 0}, {"ks", transform}}}}}
-      .dump();
+// A 4 x 4 document showing the picture `path` of folder `u`.
+std::string pictureDocument(const std::string& u, const std::string& path) {
+  testing::Json layer = testing::sampleLayer(2, {});
+  layer["refId"] = "pic";
+  const testing::Json asset{{"id", "pic"}, {"w", 4}, {"h", 4}, {"u", u}, {"p", path}, {"e", 0}};
+  return testing::sampleLottie(4, 4, {}, {}, {layer}, {asset});
 }
 
-std::string greenPicture() {
-  std::vector<std::uint8_t> pixels;
-  for (int i = 0; i < 16; ++i) {
-    pixels.insert(pixels.end(), {0, 255, 0, 255});
+// 4 x 4 opaque green pixels: every second byte, green and alpha, is 255.
+const std::vector<std::uint8_t> greenPixels = [] {
+  std::vector<std::uint8_t> pixels(64);
+  for (std::size_t i = 1; i < 64; i += 2) {
+    pixels[i] = 255;
   }
-  const auto png = encodePng(*Image::make(4, 4, std::move(pixels)));
+  return pixels;
+}();
+
+std::string greenPng() {
+  const auto png = encodePng(*Image::make(4, 4, greenPixels));
   return {png.begin(), png.end()};
 }
 
-TEST(DotLottieArchiveTest, PicturesOfTheArchiveAreDrawn) {
-  for (const char* folder : {"images/", "i/"}) {
-    // rlottie filters pictures as it scales them: near enough to the opaque green drawn.
-    const Rgba8 centre =
-        centreOf(makeZip({{"animations/a.json", pictureDocument("/images/", "pic.png")},
-                          {std::string(folder) + "pic.png", greenPicture()}}));
-    EXPECT_EQ(centre.r, 0) << folder;
-    EXPECT_GT(centre.g, 240) << folder;
-    EXPECT_EQ(centre.g, centre.a) << folder;
-  }
+std::string greenWebp() {
+  std::uint8_t* output = nullptr;
+  const std::size_t size = WebPEncodeLosslessRGBA(greenPixels.data(), 4, 4, 16, &output);
+  const std::string webp(reinterpret_cast<const char*>(output), size);
+  WebPFree(output);
+  return webp;
 }
 
-TEST(DotLottieArchiveTest, PicturesOutsideTheArchiveAreNeverRead) {
-  const auto folder = std::filesystem::temp_directory_path() / "frameloom-outside-picture";
-  std::filesystem::create_directories(folder);
-  const std::string picture = greenPicture();
-  std::ofstream(folder / "pic.png", std::ios::binary) << picture;
-  const std::string document = pictureDocument(folder.string() + "/", "pic.png");
-  EXPECT_EQ(centreOf(testing::bytesOf(document)), (Rgba8{}));
-  EXPECT_EQ(centreOf(makeZip({{"animations/a.json", document}, {"images/other.png", picture}})),
-            (Rgba8{}));
-  std::filesystem::remove_all(folder);
+TEST(DotLottieArchiveTest, PicturesOfTheArchiveAreDrawnAndWebpIsConverted) {
+  const std::string webp = greenWebp();
+  const std::string badWebp = webp.substr(0, 20);
+  const auto outside =
+      std::filesystem::temp_directory_path() / ("frameloom-pic-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(outside);
+  std::ofstream(outside / "pic.png", std::ios::binary) << greenPng();
+  const auto uri = [](const char* type, const std::string& bytes) {
+    return "data:" + std::string(type) + ";base64," + base64Encoded(bytes);
+  };
+  const auto animation = [](const std::string& u, const std::string& p) {
+    return std::pair{std::string("animations/a.json"), pictureDocument(u, p)};
+  };
+  const std::vector<std::pair<Entries, bool>> cases{
+      {{animation("/images/", "pic.png"), {"images/pic.png", greenPng()}}, true},
+      {{animation("", "pic.png"), {"i/pic.png", greenPng()}}, true},
+      {{animation("images/", "pic.png"), {"images/pic.png", webp}}, true},
+      {{animation("", uri("image/webp", webp))}, true},
+      {{animation("", uri("image/png", webp))}, true},
+      {{animation("", "pic.webp"), {"images/pic.webp", badWebp}}, false},
+      {{animation("", uri("image/webp", badWebp))}, false},
+      {{animation(outside.string() + "/", "pic.png"), {"images/other.png", greenPng()}}, false},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    // rlottie filters pictures as it scales them: near enough to the opaque green drawn.
+    const Rgba8 centre = centreOf(makeZip(cases[i].first));
+    EXPECT_TRUE(cases[i].second ? centre.r == 0 && centre.g > 240 && centre.g == centre.a
+                                : centre == Rgba8{})
+        << i;
+  }
+  // A plain document reads no picture beside it, but its inlined WebP is converted all the same.
+  EXPECT_EQ(centreOf(testing::bytesOf(pictureDocument(outside.string() + "/", "pic.png"))),
+            Rgba8{});
+  EXPECT_GT(centreOf(testing::bytesOf(pictureDocument("", uri("image/webp", webp)))).g, 240);
+  std::filesystem::remove_all(outside);
 }
 
 // Under AddressSanitizer this shows that every rlottie model is released, whether the owner
-// destroys it or only lets go of it.
+// destroys it or only lets go of it; the colours show that documents never share a model.
 TEST(DotLottieArchiveTest, HundredsOfAnimationsComeAndGo) {
-  const auto archive = makeZip({{"manifest.json", R"({"animations":[{"id":"a"}]})"},
-                                {"animations/a.json", pictureDocument("", "pic.png")},
-                                {"images/pic.png", greenPicture()}});
-  const auto json = testing::bytesOf(solid({1, 0, 0}));
+  const auto archive = makeZip(
+      {{"animations/a.json", pictureDocument("", "pic.png")}, {"images/pic.png", greenPng()}});
   for (int i = 0; i < 300; ++i) {
     AnimationConfig config;
     config.width = 16 + i % 5;
     config.height = 16;
-    DotLottieAnimation animation(i % 2 ? archive : json, config);
+    DotLottieAnimation animation(i % 3 ? testing::bytesOf(i % 3 == 1 ? red : blue) : archive,
+                                 config);
     ASSERT_TRUE(animation.setFrame(static_cast<float>(i % 30)));
-    ASSERT_TRUE(animation.tick());
-    if (i % 3) {
+    const Rgba8 centre = animation.tick()->pixel(8, 8);
+    ASSERT_EQ(std::pair(centre.r == 255, centre.b == 255), std::pair(i % 3 == 1, i % 3 == 2)) << i;
+    if (i % 2) {
       animation.destroy();
     }
   }
 }
 
-TEST(PictureInliningTest, Base64) {
-  const std::vector<std::pair<std::string, std::string>> vectors{{"", ""},
-                                                                 {"f", "Zg=="},
-                                                                 {"fo", "Zm8="},
-                                                                 {"foo", "Zm9v"},
-                                                                 {"foob", "Zm9vYg=="},
-                                                                 {"foobar", "Zm9vYmFy"},
-                                                                 {"\xff\xfe", "//4="}};
-  for (const auto& [plain, encoded] : vectors) {
-    EXPECT_EQ(base64Encoded(plain), encoded);
+TEST(PictureInliningTest, Base64DecodingRefusesWhatEncodingNeverMakes) {
+  for (const std::string plain : {"", "f", "fo", "foo", "\xff\xfe\x00"}) {
+    EXPECT_EQ(base64Decoded(base64Encoded(plain)), plain);
   }
-}
-
-TEST(PictureInliningTest, RewritesOnlyAssetsWhosePictureIsFound) {
-  const std::string json =
-      R"({"z":1,"assets":[{"id":"a","u":"x/","p":"sub/one.png","e":0},)"
-      R"({"id":"b","p":"data:image/png;base64,AA==","e":1},{"id":"c","p":"two.png"},)"
-      R"({"id":"d","layers":[]}],"a":2})";
-  const std::string inlined = inlinePictures(json, [](std::string_view name) {
-    return name == "one.png" ? std::optional<std::string>("\x89PNGxy") : std::nullopt;
-  });
-  EXPECT_EQ(inlined, R"({"z":1,"assets":[{"id":"a","u":"","p":"data:image/png;base64,iVBOR3h5",)"
-                     R"("e":1},{"id":"b","p":"data:image/png;base64,AA==","e":1},)"
-                     R"({"id":"c","p":"two.png"},{"id":"d","layers":[]}],"a":2})");
-  const auto nothing = [](std::string_view) { return std::optional<std::string>(); };
-  EXPECT_EQ(inlinePictures(json, nothing), json);
-  EXPECT_EQ(inlinePictures("[1,2", nothing), "[1,2");
+  for (const char* bad : {"Zg=", "Z===", "Zm9v!A==", "Zg==Zg=="}) {
+    EXPECT_FALSE(base64Decoded(bad)) << bad;
+  }
 }
 
 } // namespace
