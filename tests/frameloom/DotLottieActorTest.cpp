@@ -84,9 +84,8 @@ TEST(DotLottieActorTest, LoadsBytesAtTheRequestedSizeRendersAndDestroys) {
   EXPECT_TRUE(animation->totalFrames() == 60 && animation->duration() == 2);
   const auto image = run(actor().seek(30, animation));
   EXPECT_TRUE(image->width() == 250 && image->height() == 125);
-  EXPECT_EQ(image->pixel(100, 60), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(image->pixel(150, 60), (Rgba8{0, 0, 255, 255}));
-  EXPECT_EQ(image->pixel(20, 60), Rgba8{});
+  EXPECT_EQ(std::vector({image->pixel(100, 60), image->pixel(150, 60), image->pixel(20, 60)}),
+            std::vector<Rgba8>({{255, 0, 0, 255}, {0, 0, 255, 255}, {}}));
   run(actor().destroy(animation));
   EXPECT_FALSE(animation->isLoaded());
   run(actor().destroy(nullptr));
@@ -97,9 +96,9 @@ TEST(DotLottieActorTest, LoadsBytesAtTheRequestedSizeRendersAndDestroys) {
 }
 
 TEST(DotLottieActorTest, FileLoadsWithAndWithoutColours) {
-  const fs::path source = fs::temp_directory_path() / "source.lottie";
+  const Url source = Url::fromFilePath(fs::temp_directory_path() / "source.lottie");
   const auto archive = testing::makeZip({{"animations/a.json", {halves.begin(), halves.end()}}});
-  std::ofstream(source, std::ios::binary) << std::string(archive.begin(), archive.end());
+  std::ofstream(source.path(), std::ios::binary) << std::string(archive.begin(), archive.end());
   const std::vector<std::tuple<Colors, Rgba8, Rgba8>> cases{
       {std::nullopt, {255, 0, 0, 255}, {0, 0, 255, 255}},
       {std::vector<platform::Color>{}, {255, 0, 0, 255}, {0, 0, 255, 255}},
@@ -108,8 +107,7 @@ TEST(DotLottieActorTest, FileLoadsWithAndWithoutColours) {
   for (const auto& [colors, left, right] : cases) {
     const std::size_t copiesBefore = recolouredCopies();
     ::testing::internal::CaptureStdout();
-    const auto animation =
-        run(DotLottieActor::load(Url::fromFilePath(source), Size{100, 100}, colors));
+    const auto animation = run(DotLottieActor::load(source, Size{100, 100}, colors));
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
     const auto image = run(actor().seek(0, animation));
     EXPECT_EQ(std::pair(image->pixel(10, 50), image->pixel(90, 50)), std::pair(left, right));
@@ -125,11 +123,10 @@ TEST(DotLottieActorTest, FileLoadsWithAndWithoutColours) {
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
               "Failed to load .lottie data from " + Url::fromFilePath(path).description() + "\n");
   }
-  std::ofstream(source) << "{}";
+  std::ofstream(source.path()) << "{}";
   ::testing::internal::CaptureStdout();
-  EXPECT_THROW(run(DotLottieActor::load(Url::fromFilePath(source), Size{10, 10},
-                                        std::vector<platform::Color>{{1, 0, 0}})),
-               DotLottieError);
+  const auto red = std::vector<platform::Color>{{1, 0, 0}};
+  EXPECT_THROW(run(DotLottieActor::load(source, Size{10, 10}, red)), DotLottieError);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
@@ -166,8 +163,7 @@ TEST(DotLottieActorTest, SeeksFromManyTasksAndNoneFromACancelledOne) {
   EXPECT_EQ(animations[0]->currentFrame(), 36.0f);
 }
 
-// Loads the .lottie file at `path` at 250 x 250 and checks its timeline against the document's
-// and that its first, middle and last frames show something.
+// Loads `path` at 250 x 250: the document's timeline, and something drawn at start, middle, end.
 void checkAnimation(const fs::path& path) {
   SCOPED_TRACE(path.filename().string());
   std::ifstream in(path, std::ios::binary);
@@ -176,15 +172,13 @@ void checkAnimation(const fs::path& path) {
   ASSERT_TRUE(document);
   const auto json = nlohmann::json::parse(*document);
   const double frames = json["op"].get<double>() - json["ip"].get<double>();
-  const auto animation = run(DotLottieActor::load(platform::Url::fromFilePath(path),
-                                                  platform::Size{250, 250}, std::nullopt));
+  const auto animation = run(DotLottieActor::load(Url::fromFilePath(path), Size{250, 250}, {}));
   ASSERT_TRUE(animation);
   EXPECT_FLOAT_EQ(animation->totalFrames(), static_cast<float>(frames));
   EXPECT_FLOAT_EQ(animation->duration(), static_cast<float>(frames / json["fr"].get<double>()));
   for (const float frame : {0.0f, animation->totalFrames() / 2, animation->totalFrames() - 1}) {
     const auto image = run(DotLottieActor::shared().seek(frame, animation));
-    ASSERT_TRUE(image) << frame;
-    EXPECT_TRUE(image->width() == 250 && image->height() == 250);
+    ASSERT_TRUE(image && image->width() == 250 && image->height() == 250) << frame;
     EXPECT_FALSE(image->isFullyTransparent()) << "frame " << frame;
   }
 }

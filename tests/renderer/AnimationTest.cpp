@@ -1,30 +1,34 @@
+#include "platform/graphics/Png.h"
 #include "platform/renderer/DotLottieAnimation.h"
 #include "platform/renderer/LottieDocument.h"
+#include "platform/renderer/PictureInlining.h"
 
+#include "ArchiveSamples.h"
 #include "LottieSamples.h"
 
 #include <gtest/gtest.h>
+#include <webp/encode.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 
 namespace frameloom::platform {
 namespace {
 
 using testing::bytesOf;
+using testing::makeZip;
 using testing::sampleLottie;
 using Pixels = std::vector<Rgba8>;
 
-constexpr testing::Rgb red{1, 0, 0};
-constexpr testing::Rgb blue{0, 0, 1};
 constexpr Rgba8 r{255, 0, 0, 255};
 constexpr Rgba8 g{0, 255, 0, 255};
 constexpr Rgba8 b{0, 0, 255, 255};
-constexpr Rgba8 clear{};
 
 // 200 x 100: red on the left half, blue on the right half, 60 frames.
-const std::vector<std::uint8_t> halves = bytesOf(
-    sampleLottie(200, 100, {{0, 0, 100, 100, {{0, red}}}, {100, 0, 100, 100, {{0, blue}}}}));
+const std::vector<std::uint8_t> halves = bytesOf(sampleLottie(
+    200, 100, {{0, 0, 100, 100, {{0, {1, 0, 0}}}}, {100, 0, 100, 100, {{0, {0, 0, 1}}}}}));
 
 DotLottieAnimation make(const std::vector<std::uint8_t>& bytes, std::optional<std::int64_t> width,
                         std::optional<std::int64_t> height, Rgba8 background = {}) {
@@ -53,19 +57,18 @@ TEST(DotLottieAnimationTest, RendersAtOwnConfiguredAndResizedSizesWithLayoutAndB
   ASSERT_TRUE(animation.resize(250, 250));
   // Letterbox bands above and below stay transparent.
   EXPECT_EQ(look(animation.tick(), {{60, 125}, {190, 125}, {125, 20}, {125, 230}}),
-            Look(250, 250, {r, b, clear, clear}));
+            Look(250, 250, {r, b, {}, {}}));
   EXPECT_EQ(look(make(halves, 50, 100, {0, 255, 0, 128}).tick(), {{25, 5}, {10, 50}}),
             Look(50, 100, {{0, 128, 0, 128}, r}));
 }
 
 TEST(DotLottieAnimationTest, FramesCountFromTheInPointAndRoundToNearest) {
   // Red until frame 40, blue until 50, then green; the timeline runs from 30 to 92.5 at 25 fps.
-  auto animation =
-      make(bytesOf(sampleLottie(8, 8, {{0, 0, 8, 8, {{0, red}, {40, blue}, {50, {0, 1, 0}}}}},
-                                {30, 92.5, 25})),
-           std::nullopt, std::nullopt);
-  EXPECT_EQ(animation.totalFrames(), 62.5f);
-  EXPECT_EQ(animation.duration(), 2.5f);
+  auto animation = make(
+      bytesOf(sampleLottie(8, 8, {{0, 0, 8, 8, {{0, {1, 0, 0}}, {40, {0, 0, 1}}, {50, {0, 1, 0}}}}},
+                           {30, 92.5, 25})),
+      std::nullopt, std::nullopt);
+  EXPECT_TRUE(animation.totalFrames() == 62.5f && animation.duration() == 2.5f);
   for (const auto& [frame, color] :
        std::vector<std::pair<float, Rgba8>>{{0, r}, {9.4f, r}, {9.6f, b}, {20, g}, {62.5f, g}}) {
     ASSERT_TRUE(animation.setFrame(frame)) << frame;
@@ -87,50 +90,146 @@ TEST(DotLottieAnimationTest, HostileFramesAndSizesAreRefused) {
     EXPECT_FALSE(animation.tick());
   }
   EXPECT_TRUE(animation.resize(16384, 1));
-  EXPECT_TRUE(animation.resize(3, 3));
-  EXPECT_TRUE(animation.tick());
+  EXPECT_TRUE(animation.resize(3, 3) && animation.tick());
 }
 
-TEST(DotLottieAnimationTest, EmptyAndDestroyedAnimationsRenderNothing) {
-  for (const auto& bytes :
-       std::vector<std::vector<std::uint8_t>>{{},
-                                              bytesOf("no animation"),
-                                              bytesOf("{}"),
-                                              bytesOf(R"({"w":10,"h":10,"layers":[)"),
-                                              {'P', 'K', 3, 4, 0, 0, 0},
-                                              halves}) {
-    auto animation = make(bytes, 250, 250);
-    if (bytes == halves) {
-      animation.destroy();
-      animation.destroy();
-    }
-    EXPECT_FALSE(animation.isLoaded());
-    EXPECT_EQ(animation.totalFrames() + animation.duration(), 0.0f);
-    EXPECT_FALSE(animation.setFrame(0));
-    EXPECT_FALSE(animation.tick());
+TEST(DotLottieAnimationTest, BytesWithoutAnAnimationRenderNothing) {
+  for (const std::string text :
+       {"", "no animation", "{}", R"({"w":10,"h":10,"layers":[)", "PK\3\4"}) {
+    auto animation = make(bytesOf(text), 250, 250);
+    EXPECT_FALSE(animation.isLoaded() || animation.totalFrames() || animation.duration() ||
+                 animation.setFrame(0) || animation.tick())
+        << text;
   }
 }
 
-TEST(LayoutTest, FitsAlignsAndFills) {
-  EXPECT_EQ(layoutRect(createDefaultLayout(), 100, 400, 250, 250), (PixelRect{94, 0, 63, 250}));
-  // Extreme aspect ratios still cover at least one pixel.
-  EXPECT_EQ(layoutRect(createDefaultLayout(), 100000, 1, 10, 10), (PixelRect{0, 5, 10, 1}));
-  EXPECT_EQ(layoutRect({Fit::contain, 7, -3}, 100, 200, 100, 100), (PixelRect{50, 0, 50, 100}));
-  EXPECT_EQ(layoutRect({Fit::contain, NAN, NAN}, 200, 100, 100, 100), (PixelRect{0, 25, 100, 50}));
-  EXPECT_EQ(layoutRect({Fit::fill, 0, 0}, 200, 100, 30, 70), (PixelRect{0, 0, 30, 70}));
-}
-
-TEST(LottieTimingTest, ReadsTopLevelNumbersAndRejectsUnusableOnes) {
-  // Nested values do not count, and what follows the three numbers is never read.
-  const auto timing = readLottieTiming(R"({"layers":[{"ip":5,"op":6,"fr":7}],"fr":29.97,"ip":10,)"
-                                       R"("op":70.5,"w":1,"assets":[)");
-  ASSERT_TRUE(timing);
-  EXPECT_EQ(std::tuple(timing->inPoint, timing->outPoint, timing->frameRate),
-            std::tuple(10, 70.5, 29.97));
+TEST(LottieTimingTest, TakesTopLevelNumbersOnlyAndRejectsUnusableOnes) {
+  const auto timing = readLottieTiming(R"({"layers":[{"ip":5,"fr":7}],"fr":2,"ip":1,"op":3})");
+  EXPECT_TRUE(timing && timing->inPoint == 1 && timing->outPoint == 3 && timing->frameRate == 2);
   for (const std::string& bad : std::vector<std::string>{
            R"({"ip":0,"op":60})", R"({"ip":0,"op":60,"fr":0})", R"({"ip":0,"op":"60","fr":30})",
-           R"({"ip":0,"op":1e999,"fr":30})", R"({"ip":0,"op":60,)", "", std::string(100000, '[')}) {
+           R"({"ip":0,"op":1e999,"fr":30})", R"({"ip":0,"op":60,)", std::string(100000, '[')}) {
     EXPECT_FALSE(readLottieTiming(bad)) << bad.substr(0, 30);
+  }
+}
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+const std::string red = sampleLottie(4, 4, {{0, 0, 4, 4, {{0, {1, 0, 0}}}}});
+const std::string blue = sampleLottie(4, 4, {{0, 0, 4, 4, {{0, {0, 0, 1}}}}});
+constexpr Rgba8 nothing{1, 2, 3, 4};
+
+Rgba8 centreOf(const std::vector<std::uint8_t>& bytes) {
+  const auto image = DotLottieAnimation(bytes, AnimationConfig{}).tick();
+  return image ? image->pixel(2, 2) : nothing;
+}
+
+TEST(DotLottieArchiveTest, ManifestOrElseTheFirstJsonUnderEitherFolderIsTheAnimation) {
+  const std::string manifest = "manifest.json";
+  const std::vector<std::pair<Entries, Rgba8>> cases{
+      {{{"animations/blue.json", blue},
+        {"animations/red.json", red},
+        {manifest, R"({"animations":[{"id":"red"},{"id":"blue"}]})"}},
+       r},
+      {{{manifest, R"({"version":"2","animations":[{"id":"Main"}]})"},
+        {"a/Other.json", blue},
+        {"a/Main.json", red}},
+       r},
+      {{{manifest, R"({"animations":[{"id":7}]})"},
+        {"__MACOSX/animations/._x.json", "junk"},
+        {"animations/notes.txt", "text"},
+        {"a/First.JSON", red},
+        {"a/b.json", blue}},
+       r},
+      {{{manifest, R"({"animations":[{"id":"a"}]})"}, {"images/a.json", red}}, nothing},
+      {{{"animations/a.json", "this is not JSON"}}, nothing},
+  };
+  for (const auto& [entries, expected] : cases) {
+    EXPECT_EQ(centreOf(makeZip(entries)), expected) << entries.front().second;
+  }
+  auto truncated = makeZip({{"animations/a.json", red}});
+  truncated.resize(truncated.size() - 30);
+  EXPECT_EQ(centreOf(truncated), nothing);
+}
+
+// A 4 x 4 document showing the picture `path` of folder `u`.
+std::string pictureDocument(const std::string& u, const std::string& path) {
+  testing::Json layer = testing::sampleLayer(2, {});
+  layer["refId"] = "pic";
+  const testing::Json asset{{"id", "pic"}, {"w", 4}, {"h", 4}, {"u", u}, {"p", path}, {"e", 0}};
+  return sampleLottie(4, 4, {}, {}, {layer}, {asset});
+}
+
+// 4 x 4 opaque green pixels.
+const std::vector<std::uint8_t> greenPixels{
+    0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255,
+    0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255,
+    0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255};
+
+std::string greenPng() {
+  const auto png = encodePng(*Image::make(4, 4, greenPixels));
+  return {png.begin(), png.end()};
+}
+
+std::string greenWebp() {
+  std::uint8_t* output = nullptr;
+  const std::size_t size = WebPEncodeLosslessRGBA(greenPixels.data(), 4, 4, 16, &output);
+  const std::string webp(reinterpret_cast<const char*>(output), size);
+  WebPFree(output);
+  return webp;
+}
+
+TEST(DotLottieArchiveTest, PicturesOfTheArchiveAreDrawnAndWebpIsConverted) {
+  const std::string webp = greenWebp();
+  const std::string badWebp = webp.substr(0, 20);
+  const auto outside =
+      std::filesystem::temp_directory_path() / ("frameloom-pic-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(outside);
+  std::ofstream(outside / "pic.png", std::ios::binary) << greenPng();
+  const auto uri = [](const char* type, const std::string& bytes) {
+    return "data:" + std::string(type) + ";base64," + base64Encoded(bytes);
+  };
+  const auto animation = [](const std::string& u, const std::string& p) {
+    return std::pair{std::string("animations/a.json"), pictureDocument(u, p)};
+  };
+  const std::vector<std::pair<Entries, bool>> cases{
+      {{animation("/images/", "pic.png"), {"images/pic.png", greenPng()}}, true},
+      {{animation("", "pic.png"), {"i/pic.png", greenPng()}}, true},
+      {{animation("images/", "pic.png"), {"images/pic.png", webp}}, true},
+      {{animation("", uri("image/webp", webp))}, true},
+      {{animation("", uri("image/png", webp))}, true},
+      {{animation("", "pic.webp"), {"images/pic.webp", badWebp}}, false},
+      {{animation("", uri("image/webp", badWebp))}, false},
+      {{animation(outside.string() + "/", "pic.png"), {"images/other.png", greenPng()}}, false},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    // rlottie filters pictures as it scales them: near enough to the opaque green drawn.
+    const Rgba8 centre = centreOf(makeZip(cases[i].first));
+    EXPECT_TRUE(cases[i].second ? centre.r == 0 && centre.g > 240 && centre.g == centre.a
+                                : centre == Rgba8{})
+        << i;
+  }
+  // A plain document reads no picture beside it, but its inlined WebP is converted all the same.
+  EXPECT_EQ(centreOf(bytesOf(pictureDocument(outside.string() + "/", "pic.png"))), Rgba8{});
+  EXPECT_GT(centreOf(bytesOf(pictureDocument("", uri("image/webp", webp)))).g, 240);
+  std::filesystem::remove_all(outside);
+}
+
+// Under AddressSanitizer this shows that every rlottie model is released once, whether the owner
+// destroys it (once or twice) or only lets go of it; the colours show that documents never share
+// a model.
+TEST(DotLottieArchiveTest, HundredsOfAnimationsComeAndGo) {
+  const auto archive = makeZip(
+      {{"animations/a.json", pictureDocument("", "pic.png")}, {"images/pic.png", greenPng()}});
+  for (int i = 0; i < 300; ++i) {
+    DotLottieAnimation animation(i % 3 ? bytesOf(i % 3 == 1 ? red : blue) : archive, {});
+    ASSERT_TRUE(animation.setFrame(static_cast<float>(i % 30)));
+    const Rgba8 centre = animation.tick()->pixel(2, 2);
+    ASSERT_EQ(std::pair(centre.r == 255, centre.b == 255), std::pair(i % 3 == 1, i % 3 == 2)) << i;
+    for (int times = 0; times < i % 3; ++times) {
+      animation.destroy();
+    }
+    ASSERT_EQ(animation.isLoaded(), i % 3 == 0) << i;
   }
 }
 
