@@ -58,44 +58,38 @@ public:
     return true;
   }
 
-  // Skips one value of any kind; false on malformed text.
+  // Skips one value of any kind; false on malformed text. Inside an object or array only strings
+  // and brackets are looked at: what lies between is the renderer's to judge.
   bool skipValue() {
-    std::size_t depth = 0;
-    do {
-      skipSpace();
-      if (position_ >= json_.size()) {
-        return false;
+    skipSpace();
+    if (position_ >= json_.size()) {
+      return false;
+    }
+    const char first = json_[position_];
+    if (first == '"') {
+      return readString(nullptr);
+    }
+    if (first != '{' && first != '[') {
+      const std::size_t start = position_;
+      while (position_ < json_.size() && !isDelimiter(json_[position_])) {
+        ++position_;
       }
-      const char c = json_[position_];
+      return position_ > start;
+    }
+    std::size_t depth = 0;
+    while (position_ < json_.size()) {
+      const char c = json_[position_++];
       if (c == '"') {
-        if (!readString(nullptr)) {
+        if (!skipString()) {
           return false;
         }
       } else if (c == '{' || c == '[') {
         ++depth;
-        ++position_;
-      } else if (c == '}' || c == ']') {
-        if (depth == 0) {
-          return false;
-        }
-        --depth;
-        ++position_;
-      } else if (c == ',' || c == ':') {
-        if (depth == 0) {
-          return false;
-        }
-        ++position_;
-      } else {
-        const std::size_t start = position_;
-        while (position_ < json_.size() && !isDelimiter(json_[position_])) {
-          ++position_;
-        }
-        if (position_ == start) {
-          return false;
-        }
+      } else if ((c == '}' || c == ']') && --depth == 0) {
+        return true;
       }
-    } while (depth > 0);
-    return true;
+    }
+    return false;
   }
 
 private:
@@ -109,6 +103,19 @@ private:
                                         json_[position_] == '\r' || json_[position_] == '\n')) {
       ++position_;
     }
+  }
+
+  // Moves past the rest of a string whose opening quote has been read.
+  bool skipString() {
+    while (position_ < json_.size()) {
+      const char c = json_[position_++];
+      if (c == '\\') {
+        ++position_;
+      } else if (c == '"') {
+        return true;
+      }
+    }
+    return false;
   }
 
   bool consume(char c) {
