@@ -151,6 +151,7 @@ TEST(DotLottieActorTest, SeeksFromManyTasksAndNoneFromACancelledOne) {
 
   // The task's own executor starts running only after the cancel, so the cancel always comes
   // before the seek begins; the animation's frame stays where it was.
+  const float frameBefore = animations[0]->currentFrame();
   asio::io_context held;
   auto keepRunning = asio::make_work_guard(held);
   auto task = platform::spawn(held.get_executor(), actor().seek(1, animations[0]));
@@ -159,8 +160,7 @@ TEST(DotLottieActorTest, SeeksFromManyTasksAndNoneFromACancelledOne) {
   const auto frame = run(task.value());
   keepRunning.reset();
   runner.join();
-  EXPECT_FALSE(frame);
-  EXPECT_EQ(animations[0]->currentFrame(), 36.0f);
+  EXPECT_TRUE(!frame && animations[0]->currentFrame() == frameBefore);
 }
 
 // Loads `path` at 250 x 250: the document's timeline, and something drawn at start, middle, end.
