@@ -156,7 +156,8 @@ public:
   std::map<std::string, double> rates;
 };
 
-// A .lottie of about 1 MB: the layers of a corpus document repeated, zipped by Info-ZIP's zip.
+// A .lottie holding about 1 MB of animation JSON: the layers of a corpus document repeated, zipped
+// by Info-ZIP's zip, in the temporary directory.
 std::filesystem::path makeLargeDotLottie(const std::filesystem::path& corpus) {
   const auto source = readFile(corpus / "LottieLogo1.json");
   auto document = nlohmann::ordered_json::parse(source.begin(), source.end());
@@ -166,8 +167,7 @@ std::filesystem::path makeLargeDotLottie(const std::filesystem::path& corpus) {
       document["layers"].push_back(layer);
     }
   }
-  const auto folder =
-      std::filesystem::temp_directory_path() / ("frameloom-bench-" + std::to_string(::getpid()));
+  const auto folder = std::filesystem::temp_directory_path();
   std::filesystem::create_directories(folder / "animations");
   std::ofstream(folder / "animations" / "large.json") << document.dump();
   std::ofstream(folder / "manifest.json") << R"({"animations":[{"id":"large"}]})";
@@ -183,6 +183,12 @@ std::filesystem::path makeLargeDotLottie(const std::filesystem::path& corpus) {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
+  // The run's own temporary directory: recoloured copies and their work folders go there and are
+  // removed with it at the end.
+  const auto scratch =
+      std::filesystem::temp_directory_path() / ("frameloom-bench-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(scratch);
+  setenv("TMPDIR", scratch.c_str(), 1);
   std::filesystem::path corpus = "/work/shared/corpus";
   if (const char* fromEnvironment = std::getenv("FRAMELOOM_CORPUS")) {
     corpus = fromEnvironment;
@@ -213,6 +219,6 @@ int main(int argc, char** argv) {
     std::cout << "rlottie alone: " << bare << " frames/s; through the actor: " << actor
               << " frames/s; actor time / rlottie time = " << bare / actor << "\n";
   }
-  std::filesystem::remove_all(recolourSource().parent_path());
+  std::filesystem::remove_all(scratch);
   benchmark::Shutdown();
 }

@@ -10,6 +10,7 @@ pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
 pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(RLOTTIE REQUIRED IMPORTED_TARGET rlottie)
+pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp)
 
 # Standalone Asio is header-only.
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)

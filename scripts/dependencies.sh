@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ clang pkg-config
   zlib1g-dev libasio-dev libcurl4-openssl-dev libpcre2-dev nlohmann-json3-dev
-  libutf8proc-dev uuid-dev librlottie-dev libpng-dev libcli11-dev
+  libutf8proc-dev uuid-dev librlottie-dev libpng-dev libwebp-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev
   zip unzip python3
 )

@@ -1,153 +1,234 @@
+#include "platform/graphics/Png.h"
 #include "platform/renderer/DotLottieAnimation.h"
+#include "platform/renderer/LottieDocument.h"
+#include "platform/renderer/PictureInlining.h"
 
+#include "ArchiveSamples.h"
 #include "LottieSamples.h"
 
 #include <gtest/gtest.h>
+#include <webp/encode.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 
 namespace frameloom::platform {
 namespace {
 
 using testing::bytesOf;
+using testing::makeZip;
 using testing::sampleLottie;
 
-constexpr testing::Rgb red{1, 0, 0};
-constexpr testing::Rgb green{0, 1, 0};
-constexpr testing::Rgb blue{0, 0, 1};
+constexpr Rgba8 r{255, 0, 0, 255};
+constexpr Rgba8 g{0, 255, 0, 255};
+constexpr Rgba8 b{0, 0, 255, 255};
 
-// 200 x 100: red on the left half, blue on the right half.
-std::vector<std::uint8_t> halvesDocument() {
-  return bytesOf(sampleLottie(
-      200, 100, {{0, 0, 100, 100, {{0, red}}}, {100, 0, 100, 100, {{0, blue}}}}, {0, 90, 30}));
-}
+// 200 x 100: red on the left half, blue on the right half, 60 frames.
+const std::vector<std::uint8_t> halves = bytesOf(sampleLottie(
+    200, 100, {{0, 0, 100, 100, {{0, {1, 0, 0}}}}, {100, 0, 100, 100, {{0, {0, 0, 1}}}}}));
 
-DotLottieAnimation make(const std::vector<std::uint8_t>& bytes,
-                        std::optional<std::int64_t> width = std::nullopt,
-                        std::optional<std::int64_t> height = std::nullopt) {
-  AnimationConfig config{};
+DotLottieAnimation make(const std::vector<std::uint8_t>& bytes, std::optional<std::int64_t> width,
+                        std::optional<std::int64_t> height, Rgba8 background = {}) {
+  AnimationConfig config;
   config.width = width;
   config.height = height;
-  return DotLottieAnimation(bytes, std::move(config));
+  config.backgroundColor = background;
+  return DotLottieAnimation(bytes, config);
 }
 
-TEST(DotLottieAnimationTest, ReportsFramesAndDurationOfTheTimeline) {
-  const auto animation =
-      make(bytesOf(sampleLottie(10, 10, {{0, 0, 10, 10, {{0, red}}}}, {12.5, 72.5, 24})));
-  EXPECT_TRUE(animation.isLoaded());
-  EXPECT_EQ(animation.totalFrames(), 60.0f);
-  EXPECT_EQ(animation.duration(), 2.5f);
+using Look = std::tuple<std::size_t, std::size_t, std::vector<Rgba8>>;
+
+// The image's width and height, and its pixels at the given points.
+Look look(const std::shared_ptr<const Image>& image,
+          std::vector<std::pair<std::size_t, std::size_t>> points) {
+  std::vector<Rgba8> pixels;
+  for (auto [x, y] : points) {
+    pixels.push_back(image->pixel(x, y));
+  }
+  return {image->width(), image->height(), pixels};
 }
 
-TEST(DotLottieAnimationTest, RendersAtOwnSizeThenAtResizedSizeWithTheDefaultLayout) {
-  auto animation = make(halvesDocument());
-  const auto natural = animation.tick();
-  ASSERT_TRUE(natural);
-  EXPECT_EQ(natural->width(), 200u);
-  EXPECT_EQ(natural->height(), 100u);
-  EXPECT_EQ(natural->pixel(10, 50), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(natural->pixel(190, 50), (Rgba8{0, 0, 255, 255}));
-
+TEST(DotLottieAnimationTest, RendersAtOwnConfiguredAndResizedSizesWithLayoutAndBackground) {
+  auto animation = make(halves, std::nullopt, std::nullopt);
+  EXPECT_EQ(look(animation.tick(), {{10, 50}, {190, 50}}), Look(200, 100, {r, b}));
   ASSERT_TRUE(animation.resize(250, 250));
-  const auto square = animation.tick();
-  ASSERT_TRUE(square);
-  EXPECT_EQ(square->width(), 250u);
-  EXPECT_EQ(square->height(), 250u);
-  EXPECT_EQ(square->pixel(60, 125), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(square->pixel(190, 125), (Rgba8{0, 0, 255, 255}));
   // Letterbox bands above and below stay transparent.
-  EXPECT_EQ(square->pixel(125, 20), (Rgba8{}));
-  EXPECT_EQ(square->pixel(125, 230), (Rgba8{}));
+  EXPECT_EQ(look(animation.tick(), {{60, 125}, {190, 125}, {125, 20}, {125, 230}}),
+            Look(250, 250, {r, b, {}, {}}));
+  EXPECT_EQ(look(make(halves, 50, 100, {0, 255, 0, 128}).tick(), {{25, 5}, {10, 50}}),
+            Look(50, 100, {{0, 128, 0, 128}, r}));
 }
 
-TEST(DotLottieAnimationTest, SizeFromConfigurationAndBackground) {
-  AnimationConfig config;
-  config.width = 50;
-  config.height = 100;
-  config.backgroundColor = {0, 255, 0, 128};
-  DotLottieAnimation animation(halvesDocument(), config);
-  const auto image = animation.tick();
-  ASSERT_TRUE(image);
-  EXPECT_EQ(image->width(), 50u);
-  EXPECT_EQ(image->pixel(25, 5), (Rgba8{0, 128, 0, 128}));
-  EXPECT_EQ(image->pixel(10, 50), (Rgba8{255, 0, 0, 255}));
+TEST(DotLottieAnimationTest, FramesCountFromTheInPointAndRoundToNearest) {
+  // Red until frame 40, blue until 50, then green; the timeline runs from 30 to 92.5 at 25 fps.
+  auto animation = make(
+      bytesOf(sampleLottie(8, 8, {{0, 0, 8, 8, {{0, {1, 0, 0}}, {40, {0, 0, 1}}, {50, {0, 1, 0}}}}},
+                           {30, 92.5, 25})),
+      std::nullopt, std::nullopt);
+  EXPECT_TRUE(animation.totalFrames() == 62.5f && animation.duration() == 2.5f);
+  for (const auto& [frame, color] :
+       std::vector<std::pair<float, Rgba8>>{{0, r}, {9.4f, r}, {9.6f, b}, {20, g}, {62.5f, g}}) {
+    ASSERT_TRUE(animation.setFrame(frame)) << frame;
+    EXPECT_EQ(animation.tick()->pixel(4, 4), color) << frame;
+  }
 }
 
-TEST(DotLottieAnimationTest, FrameNumbersCountFromTheInPointAndRoundToNearest) {
-  // The colour is red until frame 40, blue until 50, then green; the timeline starts at 30.
-  auto animation = make(bytesOf(
-      sampleLottie(8, 8, {{0, 0, 8, 8, {{0, red}, {40, blue}, {50, green}}}}, {30, 90, 30})));
-  const auto colorAt = [&](float frame) {
-    EXPECT_TRUE(animation.setFrame(frame)) << frame;
-    return animation.tick()->pixel(4, 4);
-  };
-  EXPECT_EQ(colorAt(0), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(colorAt(9.4f), (Rgba8{255, 0, 0, 255}));
-  EXPECT_EQ(colorAt(9.6f), (Rgba8{0, 0, 255, 255}));
-  EXPECT_EQ(colorAt(20), (Rgba8{0, 255, 0, 255}));
-  EXPECT_EQ(colorAt(60), (Rgba8{0, 255, 0, 255}));
-}
-
-TEST(DotLottieAnimationTest, RefusesUnusableFramesAndKeepsTheCurrentOne) {
-  auto animation = make(halvesDocument());
-  ASSERT_TRUE(animation.setFrame(12));
-  for (float bad : {-0.5f, 90.5f, std::numeric_limits<float>::quiet_NaN(),
-                    std::numeric_limits<float>::infinity()}) {
+TEST(DotLottieAnimationTest, HostileFramesAndSizesAreRefused) {
+  auto animation = make(halves, 0, 250);
+  ASSERT_TRUE(!animation.tick() && animation.setFrame(12));
+  for (float bad : {-0.5f, 60.5f, NAN, INFINITY}) {
     EXPECT_FALSE(animation.setFrame(bad)) << bad;
   }
   EXPECT_EQ(animation.currentFrame(), 12.0f);
-  EXPECT_TRUE(animation.tick());
-}
-
-TEST(DotLottieAnimationTest, UnusableSizesGiveNoImageUntilResizedAgain) {
-  auto animation = make(halvesDocument(), 0, 250);
-  EXPECT_FALSE(animation.tick());
   for (auto [width, height] : std::vector<std::pair<std::int64_t, std::int64_t>>{
            {-1, 10}, {10, 0}, {16385, 10}, {std::numeric_limits<std::int64_t>::max(), 1}}) {
     EXPECT_FALSE(animation.resize(width, height));
     EXPECT_FALSE(animation.tick());
   }
   EXPECT_TRUE(animation.resize(16384, 1));
-  EXPECT_TRUE(animation.resize(3, 3));
-  EXPECT_TRUE(animation.tick());
+  EXPECT_TRUE(animation.resize(3, 3) && animation.tick());
 }
 
-TEST(DotLottieAnimationTest, BytesWithoutAnAnimationGiveAnEmptyAnimation) {
-  const std::vector<std::vector<std::uint8_t>> inputs{
-      {},
-      bytesOf("not an animation"),
-      bytesOf("{}"),
-      bytesOf(R"({"v":"5.7.0","fr":30,"ip":0,"op":60,"w":10,"h":10,"layers":[)"),
-      {'P', 'K', 3, 4, 0, 0, 0},
+TEST(DotLottieAnimationTest, BytesWithoutAnAnimationRenderNothing) {
+  for (const std::string text :
+       {"", "no animation", "{}", R"({"w":10,"h":10,"layers":[)", "PK\3\4"}) {
+    auto animation = make(bytesOf(text), 250, 250);
+    EXPECT_FALSE(animation.isLoaded() || animation.totalFrames() || animation.duration() ||
+                 animation.setFrame(0) || animation.tick())
+        << text;
+  }
+}
+
+TEST(LottieTimingTest, TakesTopLevelNumbersOnlyAndRejectsUnusableOnes) {
+  const auto timing = readLottieTiming(R"({"layers":[{"ip":5,"fr":7}],"fr":2,"ip":1,"op":3})");
+  EXPECT_TRUE(timing && timing->inPoint == 1 && timing->outPoint == 3 && timing->frameRate == 2);
+  for (const std::string& bad : std::vector<std::string>{
+           R"({"ip":0,"op":60})", R"({"ip":0,"op":60,"fr":0})", R"({"ip":0,"op":"60","fr":30})",
+           R"({"ip":0,"op":1e999,"fr":30})", R"({"ip":0,"op":60,)", std::string(100000, '[')}) {
+    EXPECT_FALSE(readLottieTiming(bad)) << bad.substr(0, 30);
+  }
+}
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+const std::string red = sampleLottie(4, 4, {{0, 0, 4, 4, {{0, {1, 0, 0}}}}});
+const std::string blue = sampleLottie(4, 4, {{0, 0, 4, 4, {{0, {0, 0, 1}}}}});
+constexpr Rgba8 nothing{1, 2, 3, 4};
+
+Rgba8 centreOf(const std::vector<std::uint8_t>& bytes) {
+  const auto image = DotLottieAnimation(bytes, AnimationConfig{}).tick();
+  return image ? image->pixel(2, 2) : nothing;
+}
+
+TEST(DotLottieArchiveTest, ManifestOrElseTheFirstJsonUnderEitherFolderIsTheAnimation) {
+  const std::string manifest = "manifest.json";
+  const std::vector<std::pair<Entries, Rgba8>> cases{
+      {{{"animations/blue.json", blue},
+        {"animations/red.json", red},
+        {manifest, R"({"animations":[{"id":"red"},{"id":"blue"}]})"}},
+       r},
+      {{{manifest, R"({"version":"2","animations":[{"id":"Main"}]})"},
+        {"a/Other.json", blue},
+        {"a/Main.json", red}},
+       r},
+      {{{manifest, R"({"animations":[{"id":7}]})"},
+        {"__MACOSX/animations/._x.json", "junk"},
+        {"animations/notes.txt", "text"},
+        {"a/First.JSON", red},
+        {"a/b.json", blue}},
+       r},
+      {{{manifest, R"({"animations":[{"id":"a"}]})"}, {"images/a.json", red}}, nothing},
+      {{{"animations/a.json", "this is not JSON"}}, nothing},
   };
-  for (const auto& bytes : inputs) {
-    auto animation = make(bytes, 250, 250);
-    EXPECT_FALSE(animation.isLoaded());
-    EXPECT_EQ(animation.totalFrames(), 0.0f);
-    EXPECT_EQ(animation.duration(), 0.0f);
-    EXPECT_FALSE(animation.setFrame(0));
-    EXPECT_FALSE(animation.tick());
+  for (const auto& [entries, expected] : cases) {
+    EXPECT_EQ(centreOf(makeZip(entries)), expected) << entries.front().second;
   }
+  auto truncated = makeZip({{"animations/a.json", red}});
+  truncated.resize(truncated.size() - 30);
+  EXPECT_EQ(centreOf(truncated), nothing);
 }
 
-TEST(DotLottieAnimationTest, DocumentsNeverShareAModel) {
-  for (const auto& color : {red, blue, red}) {
-    auto animation = make(bytesOf(sampleLottie(4, 4, {{0, 0, 4, 4, {{0, color}}}})));
-    const Rgba8 expected{static_cast<std::uint8_t>(color[0] * 255), 0,
-                         static_cast<std::uint8_t>(color[2] * 255), 255};
-    EXPECT_EQ(animation.tick()->pixel(2, 2), expected);
-  }
+// A 4 x 4 document showing the picture `path` of folder `u`.
+std::string pictureDocument(const std::string& u, const std::string& path) {
+  testing::Json layer = testing::sampleLayer(2, {});
+  layer["refId"] = "pic";
+  const testing::Json asset{{"id", "pic"}, {"w", 4}, {"h", 4}, {"u", u}, {"p", path}, {"e", 0}};
+  return sampleLottie(4, 4, {}, {}, {layer}, {asset});
 }
 
-TEST(DotLottieAnimationTest, DestroyReleasesOnceAndStopsRendering) {
-  auto animation = make(halvesDocument(), 20, 20);
-  animation.destroy();
-  animation.destroy();
-  EXPECT_FALSE(animation.isLoaded());
-  EXPECT_EQ(animation.totalFrames(), 0.0f);
-  EXPECT_FALSE(animation.setFrame(0));
-  EXPECT_FALSE(animation.tick());
+// 4 x 4 opaque green pixels.
+const std::vector<std::uint8_t> greenPixels{
+    0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255,
+    0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255,
+    0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255};
+
+std::string greenPng() {
+  const auto png = encodePng(*Image::make(4, 4, greenPixels));
+  return {png.begin(), png.end()};
+}
+
+std::string greenWebp() {
+  std::uint8_t* output = nullptr;
+  const std::size_t size = WebPEncodeLosslessRGBA(greenPixels.data(), 4, 4, 16, &output);
+  const std::string webp(reinterpret_cast<const char*>(output), size);
+  WebPFree(output);
+  return webp;
+}
+
+TEST(DotLottieArchiveTest, PicturesOfTheArchiveAreDrawnAndWebpIsConverted) {
+  const std::string webp = greenWebp();
+  const std::string badWebp = webp.substr(0, 20);
+  const auto outside =
+      std::filesystem::temp_directory_path() / ("frameloom-pic-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(outside);
+  std::ofstream(outside / "pic.png", std::ios::binary) << greenPng();
+  const auto uri = [](const char* type, const std::string& bytes) {
+    return "data:" + std::string(type) + ";base64," + base64Encoded(bytes);
+  };
+  const auto animation = [](const std::string& u, const std::string& p) {
+    return std::pair{std::string("animations/a.json"), pictureDocument(u, p)};
+  };
+  const std::vector<std::pair<Entries, bool>> cases{
+      {{animation("/images/", "pic.png"), {"images/pic.png", greenPng()}}, true},
+      {{animation("", "pic.png"), {"i/pic.png", greenPng()}}, true},
+      {{animation("images/", "pic.png"), {"images/pic.png", webp}}, true},
+      {{animation("", uri("image/webp", webp))}, true},
+      {{animation("", uri("image/png", webp))}, true},
+      {{animation("", "pic.webp"), {"images/pic.webp", badWebp}}, false},
+      {{animation("", uri("image/webp", badWebp))}, false},
+      {{animation(outside.string() + "/", "pic.png"), {"images/other.png", greenPng()}}, false},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    // rlottie filters pictures as it scales them: near enough to the opaque green drawn.
+    const Rgba8 centre = centreOf(makeZip(cases[i].first));
+    EXPECT_TRUE(cases[i].second ? centre.r == 0 && centre.g > 240 && centre.g == centre.a
+                                : centre == Rgba8{})
+        << i;
+  }
+  // A plain document reads no picture beside it, but its inlined WebP is converted all the same.
+  EXPECT_EQ(centreOf(bytesOf(pictureDocument(outside.string() + "/", "pic.png"))), Rgba8{});
+  EXPECT_GT(centreOf(bytesOf(pictureDocument("", uri("image/webp", webp)))).g, 240);
+  std::filesystem::remove_all(outside);
+}
+
+// Under AddressSanitizer this shows that every rlottie model is released once, whether the owner
+// destroys it (once or twice) or only lets go of it; the colours show that documents never share
+// a model.
+TEST(DotLottieArchiveTest, HundredsOfAnimationsComeAndGo) {
+  const auto archive = makeZip(
+      {{"animations/a.json", pictureDocument("", "pic.png")}, {"images/pic.png", greenPng()}});
+  for (int i = 0; i < 300; ++i) {
+    DotLottieAnimation animation(i % 3 ? bytesOf(i % 3 == 1 ? red : blue) : archive, {});
+    ASSERT_TRUE(animation.setFrame(static_cast<float>(i % 30)));
+    const Rgba8 centre = animation.tick()->pixel(2, 2);
+    ASSERT_EQ(std::pair(centre.r == 255, centre.b == 255), std::pair(i % 3 == 1, i % 3 == 2)) << i;
+    for (int times = 0; times < i % 3; ++times) {
+      animation.destroy();
+    }
+    ASSERT_EQ(animation.isLoaded(), i % 3 == 0) << i;
+  }
 }
 
 } // namespace

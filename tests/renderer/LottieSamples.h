@@ -10,14 +10,12 @@
 
 namespace frameloom::testing {
 
+using Json = nlohmann::ordered_json;
 using Rgb = std::array<double, 3>;
 
 // A solid rectangle; with more than one colour it switches (hold keyframes) at the given frames.
 struct SampleRect {
-  double x = 0;
-  double y = 0;
-  double width = 0;
-  double height = 0;
+  double x, y, width, height;
   std::vector<std::pair<double, Rgb>> colors;
 };
 
@@ -27,51 +25,42 @@ struct SampleTimeline {
   double frameRate = 30;
 };
 
-// A Lottie document of the given size (whole numbers: rlottie refuses fractional ones) holding one
-// shape layer per rectangle, the first on top. Keys keep the order exporters write ("ty" first),
-// which rlottie needs.
+// A layer of type `ty` with no transform, over the timeline. Keys keep the order exporters write
+// ("ty" first), which rlottie needs.
+inline Json sampleLayer(int ty, SampleTimeline timeline) {
+  Json layer = Json::parse(R"({"ty":0,"ip":0,"op":0,"st":0,"ks":{"o":{"a":0,"k":100},"r":{"a":0,)"
+                           R"("k":0},"p":{"a":0,"k":[0,0]},"a":{"a":0,"k":[0,0]},"s":{"a":0,"k":)"
+                           R"([100,100]}}})");
+  layer["ty"] = ty;
+  layer["ip"] = timeline.inPoint;
+  layer["op"] = timeline.outPoint;
+  return layer;
+}
+
+// A Lottie document of the given size (whole numbers: rlottie refuses fractional ones) holding the
+// given layers, then one shape layer per rectangle (the first on top), and the given assets.
 inline std::string sampleLottie(int width, int height, const std::vector<SampleRect>& rects,
-                                SampleTimeline timeline = {}) {
-  using json = nlohmann::ordered_json;
-  const auto fixed = [](json value) { return json{{"a", 0}, {"k", std::move(value)}}; };
-  json layers = json::array();
+                                SampleTimeline timeline = {}, Json layers = Json::array(),
+                                Json assets = Json::array()) {
   for (const SampleRect& rect : rects) {
-    json color;
-    if (rect.colors.size() == 1) {
-      const Rgb& c = rect.colors.front().second;
-      color = fixed({c[0], c[1], c[2], 1});
-    } else {
-      json keys = json::array();
-      for (const auto& [frame, c] : rect.colors) {
-        keys.push_back({{"t", frame}, {"s", {c[0], c[1], c[2], 1}}, {"h", 1}});
-      }
-      color = {{"a", 1}, {"k", keys}};
+    Json keys = Json::array();
+    for (const auto& [frame, c] : rect.colors) {
+      keys.push_back({{"t", frame}, {"s", {c[0], c[1], c[2], 1}}, {"h", 1}});
     }
-    layers.push_back({{"ty", 4},
-                      {"ip", timeline.inPoint},
-                      {"op", timeline.outPoint},
-                      {"st", 0},
-                      {"ks",
-                       {{"o", fixed(100)},
-                        {"r", fixed(0)},
-                        {"p", fixed({0, 0})},
-                        {"a", fixed({0, 0})},
-                        {"s", fixed({100, 100})}}},
-                      {"shapes",
-                       {{{"ty", "rc"},
-                         {"p", fixed({rect.x + rect.width / 2, rect.y + rect.height / 2})},
-                         {"s", fixed({rect.width, rect.height})},
-                         {"r", fixed(0)}},
-                        {{"ty", "fl"}, {"o", fixed(100)}, {"c", color}}}}});
+    Json layer = sampleLayer(4, timeline);
+    layer["shapes"] = Json::parse(R"([{"ty":"rc","p":{"a":0},"s":{"a":0},"r":{"a":0,"k":0}},)"
+                                  R"({"ty":"fl","o":{"a":0,"k":100}}])");
+    layer["shapes"][0]["p"]["k"] = {rect.x + rect.width / 2, rect.y + rect.height / 2};
+    layer["shapes"][0]["s"]["k"] = {rect.width, rect.height};
+    layer["shapes"][1]["c"] = {{"a", keys.size() > 1 ? 1 : 0},
+                               {"k", keys.size() > 1 ? keys : keys[0]["s"]}};
+    layers.push_back(layer);
   }
-  return json{{"v", "5.7.0"},
-              {"fr", timeline.frameRate},
-              {"ip", timeline.inPoint},
-              {"op", timeline.outPoint},
-              {"w", width},
-              {"h", height},
-              {"layers", layers}}
-      .dump();
+  Json document = Json::parse(R"({"v":"5.7.0","fr":0,"ip":0,"op":0,"w":0,"h":0})");
+  document.update(
+      {{"fr", timeline.frameRate}, {"ip", timeline.inPoint}, {"op", timeline.outPoint}});
+  document.update({{"w", width}, {"h", height}, {"assets", assets}, {"layers", layers}});
+  return document.dump();
 }
 
 inline std::vector<std::uint8_t> bytesOf(const std::string& text) {

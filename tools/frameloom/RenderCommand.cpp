@@ -1,13 +1,12 @@
 #include "RenderCommand.h"
 
 #include "ColorArguments.h"
+#include "ProgressBar.h"
 #include "frameloom/DotLottieActor.h"
 #include "frameloom/LottieCache.h"
 #include "platform/graphics/ContactSheet.h"
 #include "platform/graphics/Png.h"
 #include "platform/runtime/MainLoop.h"
-
-#include <unistd.h>
 
 #include <charconv>
 #include <cmath>
@@ -57,30 +56,6 @@ std::string shortest(double value) {
   const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
   return std::string(buffer, result.ptr);
 }
-
-// Draws "[####      ] 4/10" on standard error when it is a terminal.
-class ProgressBar {
-public:
-  explicit ProgressBar(std::size_t total) : total_(total), shown_(::isatty(STDERR_FILENO) == 1) {}
-  ~ProgressBar() {
-    if (shown_) {
-      std::cerr << "\n";
-    }
-  }
-  void update(std::size_t done) const {
-    if (!shown_) {
-      return;
-    }
-    constexpr std::size_t width = 30;
-    const std::size_t filled = total_ ? done * width / total_ : width;
-    std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] "
-              << done << "/" << total_ << std::flush;
-  }
-
-private:
-  std::size_t total_;
-  bool shown_;
-};
 
 asio::awaitable<DotLottieActor::Animation> loadSource(const RenderOptions& options,
                                                       platform::Size size) {
@@ -144,7 +119,8 @@ asio::awaitable<void> render(const RenderOptions& options) {
   std::exception_ptr failure;
   try {
     const std::vector<float> frames = framesToRender(options, animation->totalFrames());
-    ProgressBar progress(frames.size());
+    ProgressBar bar("render");
+    bar.progress()->setTotalUnitCount(static_cast<std::int64_t>(frames.size()));
     std::vector<std::shared_ptr<const platform::Image>> images;
     for (const float frame : frames) {
       auto image = co_await DotLottieActor::shared().seek(frame, animation);
@@ -152,7 +128,7 @@ asio::awaitable<void> render(const RenderOptions& options) {
         throw std::runtime_error("no image for frame " + shortest(frame) + " of " + options.source);
       }
       images.push_back(std::move(image));
-      progress.update(images.size());
+      bar.progress()->addCompletedUnitCount(1);
     }
     if (options.sheet.empty()) {
       platform::writePng(*images.front(), options.output);

@@ -130,7 +130,7 @@ std::optional<std::string> dotLottieAnimationDocument(ziploom::ByteView bytes) {
       return std::nullopt;
     }
     std::string document = reader.read(*animation);
-    if (!reader.hasPictures()) {
+    if (!reader.hasPictures() && !mayHoldWebpDataUri(document)) {
       return document;
     }
     return inlinePictures(

@@ -1,6 +1,7 @@
 #include "platform/renderer/LottieDocument.h"
 
 #include "platform/renderer/DotLottieArchive.h"
+#include "platform/renderer/PictureInlining.h"
 
 #include <algorithm>
 
@@ -19,7 +20,14 @@ bool looksLikeJson(std::span<const std::uint8_t> bytes) {
 
 std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes) {
   if (looksLikeJson(bytes)) {
-    return std::string(bytes.begin(), bytes.end());
+    std::string json(bytes.begin(), bytes.end());
+    if (!mayHoldWebpDataUri(json)) {
+      return json;
+    }
+    // A plain document has no picture files beside it; only its inlined WebP needs converting.
+    return inlinePictures(std::move(json), [](std::string_view) -> std::optional<std::string> {
+      return std::nullopt;
+    });
   }
   return dotLottieAnimationDocument(bytes);
 }

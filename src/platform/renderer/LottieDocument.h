@@ -10,7 +10,7 @@ namespace frameloom::platform {
 
 // The Lottie JSON document held by bytes given to the renderer: the bytes themselves when they
 // are plain JSON, otherwise the animation a .lottie archive in them holds. None when they hold
-// no animation. Never throws on bad input.
+// no animation. Inlined WebP pictures come back re-encoded as PNG. Never throws on bad input.
 std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes);
 
 // The document's timeline: its in point and out point in frames, and its frame rate.
