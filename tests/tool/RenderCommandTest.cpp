@@ -39,7 +39,7 @@ constexpr Rgba8 red{255, 0, 0, 255};
 constexpr Rgba8 green{0, 255, 0, 255};
 constexpr Rgba8 blue{0, 0, 255, 255};
 
-TEST_F(RenderCommand, WritesOneFrameAtTheDefaultOrGivenSize) {
+TEST_F(RenderCommand, WritesFramesAndSheets) {
   const ToolRun first = run("render in.lottie --output first.png");
   ASSERT_EQ(first.status, 0) << first.err;
   EXPECT_EQ(first.out, "first.png\n");
@@ -54,16 +54,15 @@ TEST_F(RenderCommand, WritesOneFrameAtTheDefaultOrGivenSize) {
   EXPECT_EQ(late->height(), 30u);
   EXPECT_EQ(late->pixel(20, 15), blue);
   EXPECT_EQ(late->pixel(5, 15), Rgba8{});
-}
 
-TEST_F(RenderCommand, SheetsSpreadFramesFromFirstToLastAndColoursRecolour) {
+  // Sheets spread frames from the first to the last; colours recolour.
   const ToolRun sheet = run("render in.lottie --sheet 2x1 --size 10x10 --output sheet.png");
   ASSERT_EQ(sheet.status, 0) << sheet.err;
-  const auto image = readPng(folder / "sheet.png");
-  EXPECT_EQ(image->width(), 20u);
-  EXPECT_EQ(image->height(), 10u);
-  EXPECT_EQ(image->pixel(2, 5), red);
-  EXPECT_EQ(image->pixel(12, 5), blue);
+  const auto sheetImage = readPng(folder / "sheet.png");
+  EXPECT_EQ(sheetImage->width(), 20u);
+  EXPECT_EQ(sheetImage->height(), 10u);
+  EXPECT_EQ(sheetImage->pixel(2, 5), red);
+  EXPECT_EQ(sheetImage->pixel(12, 5), blue);
 
   const ToolRun recoloured =
       run("render in.lottie --colors '#ff0,#0ff' --size 10x10 --output recoloured.png");
