@@ -41,6 +41,7 @@ public:
                                               std::shared_ptr<PlayerServices> services,
                                               platform::DisplayLink::Clock clock);
 
+  // Reachable only through create(), which finishes the player once it is shared.
   LottiePlayer(Private, float frameRate, std::shared_ptr<PlayerServices> services);
   ~LottiePlayer();
   LottiePlayer(const LottiePlayer&) = delete;
