@@ -99,8 +99,10 @@ std::filesystem::path makeOneMegabyteLottie(const std::filesystem::path& folder)
   const auto path = folder / "one-megabyte.lottie";
   ziploom::Archive archive(path, ziploom::AccessMode::create);
   const std::string manifest = R"({"animations":[{"id":"a"}]})";
-  for (const auto& [name, text] : {std::pair{std::string("manifest.json"), manifest},
-                                   std::pair{std::string("animations/a.json"), json}}) {
+  for (const auto& [name, content] : {std::pair{std::string("manifest.json"), manifest},
+                                      std::pair{std::string("animations/a.json"), json}}) {
+    // A named reference: Clang 14 cannot capture a structured binding.
+    const std::string& text = content;
     archive.addEntry(name, ziploom::Entry::EntryType::file, static_cast<std::int64_t>(text.size()),
                      std::chrono::system_clock::now(), std::nullopt,
                      ziploom::CompressionMethod::deflate, ziploom::defaultWriteChunkSize, nullptr,

@@ -3,27 +3,27 @@
 // player can do. For each animation it prints the frames per second delivered to the delegate,
 // the dropped indices (index changes the clock asked for that never reached the delegate), the
 // mean and worst time from a tick to the delegate, the actor's mean render time, and the ratio of
-// that render time to half the display period (below 1: no index should be dropped).
+// that render time to half the display period (below 1: no index should be dropped), and how
+// often the delivered frame number stepped down next to how many loops the time allowed.
 //
 // Figures are taken on a shared machine; compare them within one run.
 //
 // Usage: player_benchmark [--fps N] [--seconds S] [FILE.lottie ...]
 //   (default: 60 fps, 10 s, three animations of /work/shared/corpus when present)
 
+#include "RequestRecorder.h"
 #include "frameloom/DotLottieActor.h"
-#include "frameloom/LottiePlayer.h"
-#include "frameloom/PlayerServices.h"
 #include "platform/runtime/MainLoop.h"
 
 #include <asio/steady_timer.hpp>
 #include <asio/this_coro.hpp>
 #include <asio/use_awaitable.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -34,70 +34,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-double now() {
-  return std::chrono::duration<double>(Clock::now().time_since_epoch()).count();
-}
-
-// Forwards to the shared services and notes, for every frame asked for, the timestamp of the
-// tick that asked (the request starts on the main loop right after its tick).
-class TimingServices final : public PlayerServices {
-public:
-  const LottiePlayer* player = nullptr;
-  std::map<const platform::Image*, std::pair<std::int64_t, double>> requestOf;
-  std::set<std::int64_t> requested;
-
-  asio::awaitable<ziploom::Bytes> loadLottie(platform::Url from) override {
-    co_return co_await inner_->loadLottie(std::move(from));
-  }
-  asio::awaitable<Model> load(platform::Url from, std::optional<platform::Size> size) override {
-    co_return co_await inner_->load(std::move(from), size);
-  }
-  asio::awaitable<Model> load(ziploom::Bytes from, std::optional<platform::Size> size) override {
-    co_return co_await inner_->load(std::move(from), size);
-  }
-  asio::awaitable<Frame> seek(float frame, Model model) override {
-    const auto index = static_cast<std::int64_t>(frame);
-    const double tick = player->displayLink()->timestamp();
-    requested.insert(index);
-    auto image = co_await inner_->seek(frame, std::move(model));
-    if (image) {
-      requestOf[image.get()] = {index, tick};
-    }
-    co_return image;
-  }
-  asio::awaitable<void> destroy(Model model) override {
-    co_await inner_->destroy(std::move(model));
-  }
-
-private:
-  std::shared_ptr<PlayerServices> inner_ = PlayerServices::shared();
-};
-
-class TimingDelegate final : public LottiePlayerDelegate {
-public:
-  explicit TimingDelegate(TimingServices& services) : services_(services) {}
-
-  std::set<std::int64_t> delivered;
-  std::size_t frames = 0;
-  double totalLatency = 0;
-  double worstLatency = 0;
-
-  void lottiePlayer(LottiePlayer&, std::shared_ptr<const platform::Image> frame) override {
-    auto found = services_.requestOf.find(frame.get());
-    if (found == services_.requestOf.end()) {
-      return;
-    }
-    const double latency = now() - found->second.second;
-    delivered.insert(found->second.first);
-    services_.requestOf.erase(found);
-    ++frames;
-    totalLatency += latency;
-    worstLatency = std::max(worstLatency, latency);
-  }
-
-private:
-  TimingServices& services_;
-};
+using testing::RequestRecorder;
 
 asio::awaitable<void> wait(double seconds) {
   asio::steady_timer timer(co_await asio::this_coro::executor);
@@ -114,41 +51,59 @@ asio::awaitable<double> meanRenderTime(const fs::path& file) {
     co_return 0.0;
   }
   const int frames = std::max(1, static_cast<int>(model->totalFrames()));
-  const double start = now();
+  const double start = RequestRecorder::now();
   for (int frame = 0; frame < frames; ++frame) {
     co_await DotLottieActor::shared().seek(static_cast<float>(frame), model);
   }
-  const double mean = (now() - start) / frames;
+  const double mean = (RequestRecorder::now() - start) / frames;
   co_await DotLottieActor::shared().destroy(model);
   co_return mean;
 }
 
 asio::awaitable<void> playOne(const fs::path& file, float fps, double seconds) {
-  auto services = std::make_shared<TimingServices>();
-  auto delegate = std::make_shared<TimingDelegate>(*services);
-  LottiePlayer player(fps, services, platform::DisplayLink::Clock::mainLoop);
-  services->player = &player;
-  player.setDelegate(delegate);
-  co_await player.loadAnimation(platform::Url::fromFilePath(file));
-  if (!player.isAnimationLoaded()) {
+  auto recorder = std::make_shared<RequestRecorder>();
+  auto player = LottiePlayer::create(fps, recorder, platform::DisplayLink::Clock::mainLoop);
+  recorder->player = player.get();
+  player->setDelegate(recorder);
+  co_await player->loadAnimation(platform::Url::fromFilePath(file));
+  if (!player->isAnimationLoaded()) {
+    player->stop();
     std::printf("%-44s cannot be loaded\n", file.filename().c_str());
     co_return;
   }
-  player.play();
+  player->play();
   co_await wait(seconds);
-  player.stop();
+  player->stop();
   co_await wait(0.2); // lets the last render come back; it is not delivered after stop()
 
   const double render = co_await meanRenderTime(file);
-  std::size_t dropped = 0;
-  for (auto index : services->requested) {
-    dropped += delegate->delivered.count(index) == 0 ? 1 : 0;
+  std::set<std::int64_t> requested;
+  for (const auto& request : recorder->requests) {
+    requested.insert(static_cast<std::int64_t>(request.frame));
   }
+  std::set<std::int64_t> delivered;
+  double totalLatency = 0;
+  double worstLatency = 0;
+  for (const auto& delivery : recorder->deliveries) {
+    delivered.insert(static_cast<std::int64_t>(delivery.request.frame));
+    totalLatency += delivery.time - delivery.request.tick;
+    worstLatency = std::max(worstLatency, delivery.time - delivery.request.tick);
+  }
+  std::size_t dropped = 0;
+  for (auto index : requested) {
+    dropped += delivered.count(index) == 0 ? 1 : 0;
+  }
+  // Frames arrive in increasing order within a loop: each step down should be a loop's end.
+  std::size_t wraps = 0;
+  for (std::size_t i = 1; i < recorder->deliveries.size(); ++i) {
+    wraps += recorder->deliveries[i].request.frame < recorder->deliveries[i - 1].request.frame;
+  }
+  const std::size_t frames = recorder->deliveries.size();
   const double halfPeriod = 0.5 / fps;
-  std::printf("%-44s %8.1f %8zu %8zu %10.2f %10.2f %10.2f %8.2f\n", file.filename().c_str(),
-              delegate->frames / seconds, services->requested.size(), dropped,
-              delegate->frames ? 1000 * delegate->totalLatency / delegate->frames : 0.0,
-              1000 * delegate->worstLatency, 1000 * render, render / halfPeriod);
+  std::printf("%-44s %8.1f %8zu %8zu %10.2f %10.2f %10.2f %8.2f %6zu %6.1f\n",
+              file.filename().c_str(), frames / seconds, requested.size(), dropped,
+              frames ? 1000 * totalLatency / frames : 0.0, 1000 * worstLatency, 1000 * render,
+              render / halfPeriod, wraps, seconds / player->duration());
 }
 
 } // namespace
@@ -181,8 +136,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::printf("%d fps for %.1f s each (taken under load)\n", static_cast<int>(fps), seconds);
-  std::printf("%-44s %8s %8s %8s %10s %10s %10s %8s\n", "animation", "fps", "indices", "dropped",
-              "tick->ms", "worst ms", "render ms", "r/half");
+  std::printf("%-44s %8s %8s %8s %10s %10s %10s %8s %6s %6s\n", "animation", "fps", "indices",
+              "dropped", "tick->ms", "worst ms", "render ms", "r/half", "wraps", "loops");
   for (const auto& file : files) {
     platform::MainLoop::shared().runUntilComplete(playOne(file, fps, seconds));
   }

@@ -59,29 +59,32 @@ bool isRemote(const platform::Url& url) {
 
 } // namespace
 
-LottiePlayer::LottiePlayer(float frameRate)
-    : LottiePlayer(frameRate, PlayerServices::shared(), platform::DisplayLink::Clock::mainLoop) {}
-
-LottiePlayer::LottiePlayer(float frameRate, std::shared_ptr<PlayerServices> services,
-                           platform::DisplayLink::Clock clock)
-    : frameRate_(frameRate), services_(std::move(services)), self_(this, [](LottiePlayer*) {}) {
-  setupDisplayLink(clock);
+std::shared_ptr<LottiePlayer> LottiePlayer::create(float frameRate) {
+  return create(frameRate, PlayerServices::shared(), platform::DisplayLink::Clock::mainLoop);
 }
 
+std::shared_ptr<LottiePlayer> LottiePlayer::create(float frameRate,
+                                                   std::shared_ptr<PlayerServices> services,
+                                                   platform::DisplayLink::Clock clock) {
+  auto player = std::make_shared<LottiePlayer>(Private{}, frameRate, std::move(services));
+  player->setupDisplayLink(clock);
+  return player;
+}
+
+LottiePlayer::LottiePlayer(Private, float frameRate, std::shared_ptr<PlayerServices> services)
+    : frameRate_(frameRate), services_(std::move(services)) {}
+
+// Runs once the link is invalidated and the last owner has let go; a pending frame request is
+// released as it is and finds the player gone.
 LottiePlayer::~LottiePlayer() {
-  self_.reset();
-  displayLink_->invalidate();
   destroyModel();
   log("LottiePlayer did deint successfully");
 }
 
 void LottiePlayer::setupDisplayLink(platform::DisplayLink::Clock clock) {
-  std::weak_ptr<LottiePlayer> player = self_;
   displayLink_ = platform::DisplayLink::make(
-      [player](platform::DisplayLink& link) {
-        if (auto target = player.lock()) {
-          target->displayLinkFired(link);
-        }
+      [player = shared_from_this()](platform::DisplayLink& link) {
+        player->displayLinkFired(link);
       },
       clock);
   displayLink_->setPreferredFrameRateRange({lowestFrameRate, frameRate_, frameRate_});
@@ -90,7 +93,7 @@ void LottiePlayer::setupDisplayLink(platform::DisplayLink::Clock clock) {
 }
 
 asio::awaitable<void> LottiePlayer::loadAnimation(platform::Url url) {
-  std::weak_ptr<LottiePlayer> player = self_;
+  std::weak_ptr<LottiePlayer> player = weak_from_this();
   auto services = services_;
   auto model = co_await platform::runOn(platform::sharedExecutor(), fetchAndLoad(services, url));
   if (model) {
@@ -174,6 +177,8 @@ void LottiePlayer::resume() {
 }
 
 void LottiePlayer::stop() {
+  // Invalidating the link lets go of the player, which may have been its last owner.
+  const auto self = shared_from_this();
   cancelPendingRequest();
   isPlaying_ = false;
   currentTime_ = 0;
@@ -231,7 +236,7 @@ void LottiePlayer::requestFrame(float frame, Delivery delivery) {
   cancelPendingRequest();
   pendingSeekTask_ =
       platform::spawn(platform::MainLoop::shared().executor(),
-                      renderAndDeliver(self_, services_, frame, lottieModel_, delivery));
+                      renderAndDeliver(weak_from_this(), services_, frame, lottieModel_, delivery));
 }
 
 asio::awaitable<void> LottiePlayer::renderAndDeliver(std::weak_ptr<LottiePlayer> player,

@@ -18,23 +18,31 @@ namespace frameloom {
 // picks a frame index, each new index is rendered by the animation actor, and each rendered frame
 // is handed to the delegate on the main thread.
 //
-// Owns its display link, its current animation (handed to the actor's destroy by stop() and by
-// the destructor) and its pending frame request. The link refers to the player weakly, so the
-// player lives exactly as long as its host keeps it; its destructor invalidates the link.
+// Made shared by create(). Owns its display link, its current animation (handed to the actor's
+// destroy by stop() and by the destructor) and its pending frame request. The link, which the
+// main loop keeps while it is valid, holds the player strongly: a player whose host lets go of it
+// keeps playing until stop() invalidates the link, and ends once its last owner lets go after
+// that. Frame requests and loads in flight hold the player weakly.
 //
 // Threading: every operation except loadAnimation is called on the main thread (the thread
 // running platform::MainLoop, or the test's thread with a manual link), never concurrently.
 // loadAnimation is awaited on the main loop; it fetches and loads on the shared executor and
 // installs the animation on the main loop. Only loadAnimation throws. Not copyable or movable.
-class LottiePlayer {
+class LottiePlayer : public std::enable_shared_from_this<LottiePlayer> {
+  struct Private {};
+
 public:
   // Creates the display link, paused, asking for `frameRate` frames per second (at least 5),
   // and attaches it to the main loop. Uses the shared cache and actor.
-  explicit LottiePlayer(float frameRate);
+  static std::shared_ptr<LottiePlayer> create(float frameRate);
   // The same with the given services and, for a manual clock, a link that ticks only when the
   // caller fires it (see displayLink()).
-  LottiePlayer(float frameRate, std::shared_ptr<PlayerServices> services,
-               platform::DisplayLink::Clock clock);
+  static std::shared_ptr<LottiePlayer> create(float frameRate,
+                                              std::shared_ptr<PlayerServices> services,
+                                              platform::DisplayLink::Clock clock);
+
+  // Reachable only through create(), which finishes the player once it is shared.
+  LottiePlayer(Private, float frameRate, std::shared_ptr<PlayerServices> services);
   ~LottiePlayer();
   LottiePlayer(const LottiePlayer&) = delete;
   LottiePlayer& operator=(const LottiePlayer&) = delete;
@@ -67,8 +75,8 @@ public:
   void pause();
   // Runs the clock again from where it stands, without a jump for the time spent paused.
   void resume();
-  // Stops for good: the clock goes back to 0, the link is invalidated (it never ticks again) and
-  // the animation is handed to the actor to be destroyed.
+  // Stops for good: the clock goes back to 0, the link is invalidated (it never ticks again and
+  // lets go of the player) and the animation is handed to the actor to be destroyed.
   void stop();
 
   // The frame at the clock's time, fractional, within 0...totalFrames - 1.
@@ -123,10 +131,6 @@ private:
   std::int64_t lastSentFrameIndex_ = -1;
 
   const std::shared_ptr<PlayerServices> services_;
-  // A non-owning reference to this player whose weak copies are the player's weak references:
-  // they expire when the destructor runs. Locked only on the main thread, where the destructor
-  // runs too.
-  std::shared_ptr<LottiePlayer> self_;
 };
 
 } // namespace frameloom

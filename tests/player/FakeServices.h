@@ -17,26 +17,18 @@
 
 namespace frameloom::testing {
 
-// An animation of `frames` frames at `fps` frames per second, made from plain Lottie JSON.
-inline PlayerServices::Model makeModel(float frames, float fps = 30) {
-  std::string json = R"({"v":"5.7.4","fr":)" + std::to_string(fps) + R"(,"ip":0,"op":)" +
-                     std::to_string(frames) + R"(,"w":8,"h":8,"layers":[]})";
+// An animation of `frames` frames at 30 frames per second, made from plain Lottie JSON.
+inline PlayerServices::Model makeModel(float frames) {
+  std::string json = R"({"v":"5.7.4","fr":30,"ip":0,"op":)" + std::to_string(frames) +
+                     R"(,"w":8,"h":8,"layers":[]})";
   return std::make_shared<platform::DotLottieAnimation>(
       std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size()),
       platform::AnimationConfig{});
 }
 
-// A 1 x 1 image whose red component is the frame number, so deliveries can be told apart.
-inline PlayerServices::Frame frameImage(float frame) {
-  return platform::Image::make(1, 1, {static_cast<std::uint8_t>(frame), 0, 0, 255});
-}
-
-inline int frameOf(const platform::Image& image) {
-  return image.pixel(0, 0).r;
-}
-
-// Services that record what the player asks for. Loads run on the shared executor and are
-// read by the test only after they have finished; seeks run on the main loop.
+// Services that record what the player asks for; each image is 1 x 1 with the frame number as
+// its red component. Loads run on the shared executor and are read by the test once finished;
+// seeks run on the main loop; destroys run on the shared executor and are waited for.
 class FakeServices : public PlayerServices {
 public:
   PlayerServices::Model nextModel;
@@ -47,16 +39,14 @@ public:
   std::function<void()> afterRender;
 
   asio::awaitable<ziploom::Bytes> loadLottie(platform::Url from) override {
-    record("cache " + from.absoluteString());
+    loads.push_back("cache " + from.absoluteString());
     co_return ziploom::Bytes(3, 1);
   }
   asio::awaitable<Model> load(platform::Url from, std::optional<platform::Size> size) override {
-    record("file " + from.absoluteString() + " " + describe(size));
-    co_return modelOrFailure();
+    co_return loaded("file " + from.absoluteString(), size);
   }
   asio::awaitable<Model> load(ziploom::Bytes from, std::optional<platform::Size> size) override {
-    record("bytes " + std::to_string(from.size()) + " " + describe(size));
-    co_return modelOrFailure();
+    co_return loaded("bytes " + std::to_string(from.size()), size);
   }
   asio::awaitable<Frame> seek(float frame, Model) override {
     seeks.push_back(frame);
@@ -69,19 +59,16 @@ public:
     if (afterRender) {
       afterRender();
     }
-    co_return frameImage(frame);
+    co_return platform::Image::make(1, 1, {static_cast<std::uint8_t>(frame), 0, 0, 255});
   }
   asio::awaitable<void> destroy(Model model) override {
-    {
-      std::lock_guard lock(mutex_);
-      destroyed_.push_back(std::move(model));
-    }
+    std::lock_guard lock(mutex_);
+    destroyed_.push_back(std::move(model));
     destroyedChanged_.notify_all();
     co_return;
   }
 
-  // Waits until the player has handed an animation to destroy and returns the first not yet
-  // taken.
+  // Waits until the player has handed an animation to destroy and takes the first one left.
   Model nextDestroyed() {
     std::unique_lock lock(mutex_);
     destroyedChanged_.wait(lock, [this] { return !destroyed_.empty(); });
@@ -91,19 +78,13 @@ public:
   }
 
 private:
-  void record(std::string line) {
-    std::lock_guard lock(mutex_);
-    loads.push_back(std::move(line));
-  }
-  Model modelOrFailure() {
+  Model loaded(std::string line, std::optional<platform::Size> size) {
+    loads.push_back(line + " " + std::to_string(int(size.value().width)) + "x" +
+                    std::to_string(int(size.value().height)));
     if (failLoads) {
       throw std::runtime_error("load failed");
     }
     return nextModel;
-  }
-  static std::string describe(std::optional<platform::Size> size) {
-    return size ? std::to_string(int(size->width)) + "x" + std::to_string(int(size->height))
-                : "none";
   }
 
   std::mutex mutex_;
@@ -111,19 +92,15 @@ private:
   std::vector<Model> destroyed_;
 };
 
-// Records the frames delivered and whether each came on the main thread.
+// Records the frame number of each delivered image and whether each came on the main thread.
 class RecordingDelegate : public LottiePlayerDelegate {
 public:
   std::vector<int> frames;
   bool allOnMainThread = true;
-  std::function<void()> onFrame;
 
   void lottiePlayer(LottiePlayer&, std::shared_ptr<const platform::Image> frame) override {
-    frames.push_back(frameOf(*frame));
+    frames.push_back(frame->pixel(0, 0).r);
     allOnMainThread = allOnMainThread && platform::MainLoop::shared().isMainThread();
-    if (onFrame) {
-      onFrame();
-    }
   }
 };
 

@@ -6,14 +6,12 @@
 #include <asio/post.hpp>
 #include <asio/use_awaitable.hpp>
 
-#include <cmath>
-
 namespace frameloom::testing {
 namespace {
 
 using platform::MainLoop;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 // Runs the main loop until the work queued on it so far, and what that work queues in turn,
 // has run.
@@ -29,40 +27,40 @@ class LottiePlayerTest : public ::testing::Test {
 protected:
   std::shared_ptr<FakeServices> services = std::make_shared<FakeServices>();
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
-  std::unique_ptr<LottiePlayer> player =
-      std::make_unique<LottiePlayer>(60.0f, services, platform::DisplayLink::Clock::manual);
+  std::shared_ptr<LottiePlayer> player =
+      LottiePlayer::create(60.0f, services, platform::DisplayLink::Clock::manual);
 
   void SetUp() override { player->setDelegate(delegate); }
+  void TearDown() override {
+    if (player) {
+      player->stop();
+    }
+  }
 
-  // Loads an animation of `frames` frames at 30 frames per second from a local file.
-  void load(float frames = 60) {
-    services->nextModel = makeModel(frames);
-    MainLoop::shared().runUntilComplete(
-        player->loadAnimation(*platform::Url::parse("file:///tmp/a.lottie")));
+  // Loads an animation of `frames` frames at 30 frames per second, or none for 0 frames.
+  void load(float frames = 60, const char* url = "file:///tmp/a.lottie") {
+    services->nextModel = frames > 0 ? makeModel(frames) : nullptr;
+    MainLoop::shared().runUntilComplete(player->loadAnimation(*platform::Url::parse(url)));
+  }
+  void fire(std::initializer_list<double> timestamps) {
+    for (double timestamp : timestamps) {
+      player->displayLink()->fire(timestamp);
+    }
   }
 };
 
-TEST_F(LottiePlayerTest, ConstructionLeavesLinkPausedAtTheAskedRate) {
-  auto range = player->displayLink()->preferredFrameRateRange();
-  EXPECT_EQ(range.minimum, 5.0f);
-  EXPECT_EQ(range.maximum, 60.0f);
-  EXPECT_EQ(range.preferred, 60.0f);
-  EXPECT_TRUE(player->displayLink()->isPaused());
-  EXPECT_FALSE(player->isAnimationLoaded());
-}
-
 TEST_F(LottiePlayerTest, ClockAdvancesWrapsAndRequestsEachIndexOnce) {
+  auto range = player->displayLink()->preferredFrameRateRange();
+  EXPECT_EQ(std::tuple(range.minimum, range.maximum, range.preferred), std::tuple(5, 60, 60));
+  EXPECT_TRUE(player->displayLink()->isPaused());
   load();
   player->play();
-  const auto& link = player->displayLink();
-  link->fire(10.0);  // first tick: no advance, frame 0
-  link->fire(10.5);  // 0.5 s: frame 15
-  link->fire(10.51); // same index: no request
-  link->fire(11.9);  // 1.9 s: frame 57
+  // First tick: no advance, frame 0; 0.5 s: 15; same index: no request; 1.9 s: 57.
+  fire({10.0, 10.5, 10.51, 11.9});
   EXPECT_FLOAT_EQ(player->currentTime(), 1.9f);
-  link->fire(12.2); // 2.2 s wraps to 0.2 s: frame 6
+  fire({12.2}); // 2.2 s wraps to 0.2 s: frame 6
   EXPECT_NEAR(player->currentTime(), 0.2f, 1e-5);
-  link->fire(12.0); // backwards: no advance
+  fire({12.0}); // backwards: no advance
   EXPECT_NEAR(player->currentTime(), 0.2f, 1e-5);
   settle();
   EXPECT_THAT(services->seeks, ElementsAre(0, 15, 57, 6));
@@ -71,8 +69,7 @@ TEST_F(LottiePlayerTest, ClockAdvancesWrapsAndRequestsEachIndexOnce) {
   EXPECT_TRUE(delegate->allOnMainThread);
 
   player->play(0.0f);
-  link->fire(20.0);
-  link->fire(22.0); // exactly the duration wraps to 0
+  fire({20.0, 22.0}); // exactly the duration wraps to 0
   EXPECT_EQ(player->currentTime(), 0);
 }
 
@@ -80,81 +77,60 @@ TEST_F(LottiePlayerTest, IndexStaysWithinFramesAndUsesTheSmallestDivisor) {
   load(60.5f);
   player->setDuration(10); // 6.05 frames per second
   player->play();
-  player->displayLink()->fire(0);
-  player->displayLink()->fire(9.99); // raw index 60, highest 59
+  fire({0, 9.99}); // raw index 60, highest 59
   EXPECT_EQ(player->lastSentFrameIndex(), 59);
+  EXPECT_FLOAT_EQ(player->currentFrame(), 59.5f);
+  player->setDuration(5); // progress is not clamped until the next tick wraps the clock
+  EXPECT_FLOAT_EQ(player->progress(), 9.99f / 5);
 
   load(10);
   player->setDuration(0.00005f); // divisor 0.0001: 100,000 frames per second
   player->play();
-  player->displayLink()->fire(0);
-  player->displayLink()->fire(0.000035);
+  fire({0, 0.000035});
   EXPECT_EQ(player->lastSentFrameIndex(), 3);
 
   load(1);
   player->play();
-  for (double t : {0.0, 0.01, 0.02}) {
-    player->displayLink()->fire(t);
-    EXPECT_EQ(player->lastSentFrameIndex(), 0);
-  }
+  fire({0.0, 0.01, 0.02});
+  EXPECT_EQ(player->lastSentFrameIndex(), 0);
 }
 
 TEST_F(LottiePlayerTest, TicksDoNothingWithoutAnimationOrDuration) {
   player->resume();
-  EXPECT_TRUE(player->isPlaying());
-  player->displayLink()->fire(1.0);
+  fire({1.0});
   EXPECT_FALSE(player->lastTimestamp());
 
   load(); // a resumed player starts playing once an animation arrives
-  player->displayLink()->fire(2.0);
-  EXPECT_EQ(player->lastSentFrameIndex(), 0);
-  player->displayLink()->fire(2.5);
+  fire({2.0, 2.5});
   EXPECT_EQ(player->lastSentFrameIndex(), 15);
+  EXPECT_FLOAT_EQ(player->progress(), 0.25f);
 
   player->setDuration(0);
-  player->displayLink()->fire(3.0);
+  fire({3.0});
   EXPECT_EQ(player->lastTimestamp(), 2.5);
   EXPECT_EQ(player->progress(), 0);
   EXPECT_EQ(player->currentFrame(), 0);
 }
 
-TEST_F(LottiePlayerTest, ComputedValues) {
+TEST_F(LottiePlayerTest, PauseKeepsTheClockAndDropsFramesOfTickRequestsOnly) {
   load();
   player->play();
-  player->displayLink()->fire(0);
-  player->displayLink()->fire(1.5);
-  EXPECT_FLOAT_EQ(player->currentFrame(), 45);
-  EXPECT_FLOAT_EQ(player->progress(), 0.75f);
-  player->setDuration(1); // not clamped until the next tick wraps the clock
-  EXPECT_FLOAT_EQ(player->progress(), 1.5f);
-  EXPECT_FLOAT_EQ(player->currentFrame(), 59);
-}
-
-TEST_F(LottiePlayerTest, PauseAndResumeKeepTheClockWithoutAJump) {
-  load();
-  player->play();
-  player->displayLink()->fire(0);
-  player->displayLink()->fire(0.5);
+  fire({0, 0.5});
   player->pause();
-  EXPECT_TRUE(player->displayLink()->isPaused());
-  player->displayLink()->fire(100); // a paused link delivers no tick
+  fire({100}); // a paused link delivers no tick
   player->resume();
-  player->displayLink()->fire(200);
-  player->displayLink()->fire(200.01); // same index 15
+  fire({200, 200.01}); // no jump for the pause; same index 15
   EXPECT_NEAR(player->currentTime(), 0.51f, 1e-4);
   settle();
   EXPECT_THAT(services->seeks, ElementsAre(0, 15));
-}
 
-TEST_F(LottiePlayerTest, FramesRenderedAfterPauseReachOnlyTimeRequests) {
-  load();
+  // Frames rendered once the player is paused reach the delegate only for time requests.
   services->afterRender = [this] { player->pause(); };
   player->play();
-  player->displayLink()->fire(0);
+  fire({300});
   settle();
-  EXPECT_THAT(services->rendered, ElementsAre(0));
-  EXPECT_TRUE(delegate->frames.empty());
-
+  EXPECT_THAT(services->rendered, ElementsAre(15));
+  EXPECT_THAT(delegate->frames, IsEmpty());
   player->play(10.0f); // clamped to the duration: one past the last frame
   EXPECT_FLOAT_EQ(player->currentTime(), 2.0f);
   settle();
@@ -163,85 +139,70 @@ TEST_F(LottiePlayerTest, FramesRenderedAfterPauseReachOnlyTimeRequests) {
   services->afterRender = nullptr;
   player->play(-1.0f);
   EXPECT_EQ(player->currentTime(), 0);
-  player->displayLink()->fire(5.0); // the tick's own request supersedes the time request
+  fire({400}); // the tick's own request supersedes the time request
   settle();
-  EXPECT_THAT(services->seeks, ElementsAre(0, 60, 0, 0));
+  EXPECT_THAT(services->seeks, ElementsAre(0, 15, 15, 60, 0, 0));
   EXPECT_THAT(delegate->frames, ElementsAre(60, 0));
 }
 
-TEST_F(LottiePlayerTest, StopDestroysTheAnimationAndSilencesTheLinkForGood) {
+// The link keeps a playing player its host let go of. stop() destroys the animation, silences
+// the link for good and lets the player end; a frame still in flight then finds it gone.
+TEST_F(LottiePlayerTest, LivesUntilStoppedAndReleased) {
   load();
   auto model = player->lottieModel();
   player->play();
-  player->displayLink()->fire(0);
-  player->displayLink()->fire(0.5);
+  std::weak_ptr<LottiePlayer> weak = player;
+  auto link = player->displayLink();
+  player.reset();
+  link->fire(0);
+  settle();
+  ASSERT_FALSE(weak.expired());
+  EXPECT_THAT(delegate->frames, ElementsAre(0));
+
+  player = weak.lock();
+  link->fire(0.5);
   player->stop();
   EXPECT_EQ(services->nextDestroyed(), model);
   EXPECT_FALSE(player->isAnimationLoaded());
   EXPECT_EQ(player->currentTime(), 0);
   EXPECT_EQ(player->lastSentFrameIndex(), -1);
-  EXPECT_FALSE(player->displayLink()->isValid());
+  EXPECT_FALSE(link->isValid());
 
   load();
-  player->play();
-  player->displayLink()->fire(1.0);
-  settle();
+  model = player->lottieModel();
+  player->play(1.0f); // a time request: delivered while the player lives, whatever its state
+  link->fire(1.0);
   EXPECT_EQ(player->lastSentFrameIndex(), -1);
-  EXPECT_TRUE(delegate->frames.empty());
-}
-
-TEST_F(LottiePlayerTest, EndOfLifeWhilePlayingDestroysAndDropsPendingFrames) {
-  load();
-  auto model = player->lottieModel();
-  auto link = player->displayLink();
-  player->play();
-  link->fire(0);
   ::testing::internal::CaptureStdout();
   player.reset();
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "LottiePlayer did deint successfully\n");
   EXPECT_EQ(services->nextDestroyed(), model);
-  EXPECT_FALSE(link->isValid());
-  link->fire(1.0);
   settle();
-  EXPECT_TRUE(delegate->frames.empty());
+  EXPECT_THAT(delegate->frames, ElementsAre(0));
 }
 
-TEST_F(LottiePlayerTest, LoadsGoThroughTheCacheOnlyForRemoteUrls) {
-  services->nextModel = makeModel(60);
-  for (auto text : {"https://example.com/a.lottie", "http://h/b", "HTTPS://h/c", "file:///x"}) {
-    MainLoop::shared().runUntilComplete(player->loadAnimation(*platform::Url::parse(text)));
-  }
-  EXPECT_THAT(services->loads, ElementsAre("cache https://example.com/a.lottie", "bytes 3 250x250",
-                                           "cache http://h/b", "bytes 3 250x250",
-                                           "file HTTPS://h/c 250x250", "file file:///x 250x250"));
-}
-
-TEST_F(LottiePlayerTest, LoadsThatFailOrFindNothingLeaveAPlayingAnimationAlone) {
-  load();
+TEST_F(LottiePlayerTest, FailedOrEmptyLoadsLeaveAPlayingAnimationAlone) {
+  load(60, "https://example.com/a.lottie");
+  load(60, "HTTPS://h/c");
   auto model = player->lottieModel();
   player->play();
-  player->displayLink()->fire(0);
-  player->displayLink()->fire(1.0);
+  fire({0, 1.0});
 
-  services->nextModel = nullptr;
-  MainLoop::shared().runUntilComplete(
-      player->loadAnimation(*platform::Url::parse("file:///missing.lottie")));
+  load(0, "http://h/b");
   services->failLoads = true;
-  EXPECT_THROW(MainLoop::shared().runUntilComplete(
-                   player->loadAnimation(*platform::Url::parse("https://h/x.lottie"))),
-               std::runtime_error);
+  EXPECT_THROW(load(60, "file:///x"), std::runtime_error);
+  EXPECT_THAT(services->loads, ElementsAre("cache https://example.com/a.lottie", "bytes 3 250x250",
+                                           "file HTTPS://h/c 250x250", "cache http://h/b",
+                                           "bytes 3 250x250", "file file:///x 250x250"));
   EXPECT_EQ(player->lottieModel(), model);
   EXPECT_FLOAT_EQ(player->currentTime(), 1.0f);
   EXPECT_TRUE(player->isPlaying());
 
   // A successful load while playing restarts the clock on the new animation.
   services->failLoads = false;
-  services->nextModel = makeModel(90);
-  MainLoop::shared().runUntilComplete(
-      player->loadAnimation(*platform::Url::parse("file:///b.lottie")));
+  load(90);
   EXPECT_EQ(player->currentTime(), 0);
-  EXPECT_TRUE(player->isPlaying());
-  player->displayLink()->fire(2.5);
+  fire({2.5});
   EXPECT_EQ(player->lastSentFrameIndex(), 45);
 }
 
@@ -249,28 +210,23 @@ TEST_F(LottiePlayerTest, LogLines) {
   ::testing::internal::CaptureStdout();
   player->play();
   player->resume();
-  load(60);
+  load(61.5f);
   player->play();
-  player->play(0.2f);
+  player->play(1.0f / 3);
+  player->play(1.0f);
   player->play(5.0f);
   player->pause();
   player->stop();
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
             "LottiePlayer: No animation loaded\n"
             "LottiePlayer: Resumed\n"
-            "LottiePlayer: Loaded animation with 60.0 frames, duration: 2.0s\n"
+            "LottiePlayer: Loaded animation with 61.5 frames, duration: 2.05s\n"
             "LottiePlayer: Started playing\n"
-            "LottiePlayer: Playing from time 0.2s\n"
-            "LottiePlayer: Playing from time 2.0s\n"
+            "LottiePlayer: Playing from time 0.33333334s\n"
+            "LottiePlayer: Playing from time 1.0s\n"
+            "LottiePlayer: Playing from time 2.05s\n"
             "LottiePlayer: Paused\n"
             "LottiePlayer: Stopped\n");
-
-  ::testing::internal::CaptureStdout();
-  load(61.5f);
-  player->play(1.0f / 3);
-  EXPECT_THAT(::testing::internal::GetCapturedStdout(),
-              HasSubstr("61.5 frames, duration: 2.05s\nLottiePlayer: Playing from time "
-                        "0.33333334s\n"));
 }
 
 } // namespace

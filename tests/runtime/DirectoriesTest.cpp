@@ -11,19 +11,15 @@ using namespace frameloom::platform;
 namespace {
 
 // Sets or clears an environment variable for the scope's lifetime.
-class ScopedEnvironment {
-public:
-  ScopedEnvironment(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) {
-      old_ = old;
-    }
+struct ScopedEnvironment {
+  ScopedEnvironment(const char* name, const char* value) : name(name) {
+    const char* old = std::getenv(name);
+    previous = old ? std::optional<std::string>(old) : std::nullopt;
     value ? setenv(name, value, 1) : unsetenv(name);
   }
-  ~ScopedEnvironment() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
-
-private:
-  const char* name_;
-  std::optional<std::string> old_;
+  ~ScopedEnvironment() { previous ? setenv(name, previous->c_str(), 1) : unsetenv(name); }
+  const char* name;
+  std::optional<std::string> previous;
 };
 
 } // namespace

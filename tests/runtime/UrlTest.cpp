@@ -4,7 +4,7 @@
 
 using frameloom::platform::Url;
 
-TEST(Url, KeepsTheTextExactlyAndReadsItsParts) {
+TEST(Url, KeepsTheTextExactlyReadsItsPartsAndRefusesRelativeText) {
   auto url = Url::parse("HTTPS://Example.com/a%20b.lottie?x=1#frag");
   ASSERT_TRUE(url);
   EXPECT_EQ(url->absoluteString(), "HTTPS://Example.com/a%20b.lottie?x=1#frag");
@@ -13,9 +13,7 @@ TEST(Url, KeepsTheTextExactlyAndReadsItsParts) {
   EXPECT_FALSE(url->isFileUrl());
   EXPECT_EQ(url->path(), "/a b.lottie");
   EXPECT_NE(*url, *Url::parse("HTTPS://Example.com/a%20b.lottie?x=1#other"));
-}
 
-TEST(Url, RefusesTextThatIsNotAnAbsoluteUrl) {
   for (const char* text : {"", "relative/path", "/absolute/path", "1http://x", "https://host/a b",
                            "https://host/\xC3\xA9", ":nothing"}) {
     EXPECT_FALSE(Url::parse(text)) << text;
@@ -23,7 +21,7 @@ TEST(Url, RefusesTextThatIsNotAnAbsoluteUrl) {
   EXPECT_TRUE(Url::parse("mailto:someone@example.com"));
 }
 
-TEST(Url, FileUrlsRoundTripPathsWithAwkwardCharacters) {
+TEST(Url, FileAndMemoryUrls) {
   Url url = Url::fromFilePath("/tmp/a b/%c#d?é.lottie");
   EXPECT_EQ(url.absoluteString(), "file:///tmp/a%20b/%25c%23d%3F%C3%A9.lottie");
   EXPECT_TRUE(url.isFileUrl());
@@ -33,9 +31,7 @@ TEST(Url, FileUrlsRoundTripPathsWithAwkwardCharacters) {
   ASSERT_TRUE(parsed);
   EXPECT_TRUE(parsed->isFileUrl());
   EXPECT_EQ(parsed->path(), "/x/../y");
-}
 
-TEST(Url, MemoryUrl) {
   EXPECT_EQ(Url::memory().absoluteString(), "memory://");
   EXPECT_EQ(Url::memory().scheme(), "memory");
   EXPECT_EQ(Url::parse("memory://"), Url::memory());

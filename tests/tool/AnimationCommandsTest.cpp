@@ -10,74 +10,61 @@
 #include <stdexcept>
 #include <string>
 
-using frameloom::testing::makeArchive;
-using frameloom::testing::TemporaryFolder;
-using frameloom::testing::ToolRun;
-
+namespace frameloom::testing {
 namespace {
 
-ToolRun runTool(const std::string& arguments, const TemporaryFolder& folder) {
-  return frameloom::testing::runTool(arguments, folder.path());
-}
-
 TEST(ColorArguments, ParsesTheThreeForms) {
-  const auto colors = frameloom::tool::parseColorList("#f00, #00FF0080,#336699");
+  const auto colors = tool::parseColorList("#f00, #00FF0080,#336699");
   ASSERT_EQ(colors.size(), 3u);
   EXPECT_EQ(colors[0], (std::vector<double>{1, 0, 0, 1}));
   EXPECT_EQ(colors[1], (std::vector<double>{0, 1, 0, 128 / 255.0}));
   EXPECT_EQ(colors[2], (std::vector<double>{0x33 / 255.0, 0x66 / 255.0, 0x99 / 255.0, 1}));
   for (const char* bad : {"", "f00", "#f0", "#f00,", "#ff00gg", "#fffff", "#f00;#0f0"}) {
-    EXPECT_THROW(frameloom::tool::parseColorList(bad), std::invalid_argument) << bad;
+    EXPECT_THROW(tool::parseColorList(bad), std::invalid_argument) << bad;
   }
-  EXPECT_EQ(frameloom::tool::formatHexColor({1, 0.5, -1, 2}), "#FF8000FF");
-  EXPECT_EQ(frameloom::tool::formatHexColor({0.2, 0.4, 0.6}), "#336699FF");
+  EXPECT_EQ(tool::formatHexColor({1, 0.5, -1, 2}), "#FF8000FF");
+  EXPECT_EQ(tool::formatHexColor({0.2, 0.4, 0.6}), "#336699FF");
 }
 
 class AnimationCommands : public ::testing::Test {
 protected:
   void SetUp() override {
-    archive = folder.path() / "in.lottie";
-    makeArchive(archive,
+    makeArchive(folder.path() / "in.lottie",
                 {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
                                        R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
   }
 
   TemporaryFolder folder;
-  std::filesystem::path archive;
 };
 
-TEST_F(AnimationCommands, InfoAndPalette) {
-  const ToolRun info = runTool("info '" + archive.string() + "'", folder);
+TEST_F(AnimationCommands, InfoPaletteAndRecolor) {
+  const ToolRun info = runTool("info in.lottie", folder.path());
   EXPECT_EQ(info.status, 0);
   EXPECT_EQ(info.out, "size: 512 x 256.5\nframes: 0\nduration: 0 s\n");
 
-  const ToolRun palette = runTool("palette '" + archive.string() + "'", folder);
+  const ToolRun palette = runTool("palette in.lottie", folder.path());
   EXPECT_EQ(palette.status, 0);
   EXPECT_EQ(palette.out, "#FF0000FF 1.0,0.0,0.0,1.0 2\n#0000FFFF 0.0,0.0,1.0,1.0 1\n");
-}
 
-TEST_F(AnimationCommands, RecolorMovesTheCopyToTheOutput) {
-  const auto output = folder.path() / "out.lottie";
-  const ToolRun run = runTool("recolor '" + archive.string() + "' --colors '#0f0' --output '" +
-                                  output.string() + "'",
-                              folder);
+  // recolor moves its copy to the output.
+  const ToolRun run =
+      runTool("recolor in.lottie --colors '#0f0' --output out.lottie", folder.path());
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(run.out, output.string() + "\n");
-  const ToolRun palette = runTool("palette '" + output.string() + "'", folder);
-  EXPECT_EQ(palette.out, "#00FF00FF 0.0,1.0,0.0,1.0 3\n");
+  EXPECT_EQ(run.out, "out.lottie\n");
+  EXPECT_EQ(runTool("palette out.lottie", folder.path()).out, "#00FF00FF 0.0,1.0,0.0,1.0 3\n");
 }
 
 TEST_F(AnimationCommands, ReportsFailuresOnOneLine) {
-  const ToolRun missing =
-      runTool("info '" + (folder.path() / "none.lottie").string() + "'", folder);
+  const ToolRun missing = runTool("info none.lottie", folder.path());
   EXPECT_EQ(missing.status, 1);
   EXPECT_TRUE(missing.err.starts_with("frameloom: ")) << missing.err;
   EXPECT_NE(missing.err.find("none.lottie"), std::string::npos);
   EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1);
 
-  const ToolRun badColor = runTool("recolor '" + archive.string() + "' --colors red", folder);
+  const ToolRun badColor = runTool("recolor in.lottie --colors red", folder.path());
   EXPECT_EQ(badColor.status, 2);
   EXPECT_TRUE(badColor.out.empty());
 }
 
 } // namespace
+} // namespace frameloom::testing

@@ -2,6 +2,7 @@
 
 #include "platform/graphics/Png.h"
 
+#include "../frameloom/TestArchives.h"
 #include "../renderer/ArchiveSamples.h"
 #include "../renderer/LottieSamples.h"
 #include "ToolRun.h"
@@ -9,46 +10,36 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
+namespace frameloom::testing {
 namespace {
 
-using frameloom::platform::readPng;
-using frameloom::platform::Rgba8;
-
-using frameloom::testing::ToolRun;
+using platform::readPng;
+using platform::Rgba8;
 
 class RenderCommand : public ::testing::Test {
 protected:
   void SetUp() override {
-    folder = std::filesystem::temp_directory_path() /
-             ("frameloom-render-" + std::to_string(::getpid()) + "-" +
-              ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(folder);
     // Red until frame 30, then blue, on a 100 x 100 square with a green right half.
-    const auto archive = frameloom::testing::makeZip(
-        {{"animations/a.json", frameloom::testing::sampleLottie(
-                                   100, 100,
-                                   {{50, 0, 50, 100, {{0, {0, 1, 0}}}},
-                                    {0, 0, 100, 100, {{0, {1, 0, 0}}, {30, {0, 0, 1}}}}})}});
-    std::ofstream(folder / "in.lottie", std::ios::binary)
-        .write(reinterpret_cast<const char*>(archive.data()),
-               static_cast<std::streamsize>(archive.size()));
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
-
-  ToolRun run(const std::string& arguments) const {
-    return frameloom::testing::runTool(arguments, folder);
+    const auto archive =
+        makeZip({{"animations/a.json",
+                  sampleLottie(100, 100,
+                               {{50, 0, 50, 100, {{0, {0, 1, 0}}}},
+                                {0, 0, 100, 100, {{0, {1, 0, 0}}, {30, {0, 0, 1}}}}})}});
+    writeFile(folder / "in.lottie", std::string(archive.begin(), archive.end()));
   }
 
-  std::filesystem::path folder;
+  ToolRun run(const std::string& arguments) const { return runTool(arguments, folder); }
+
+  TemporaryFolder temporary;
+  const std::filesystem::path& folder = temporary.path();
 };
 
 constexpr Rgba8 red{255, 0, 0, 255};
 constexpr Rgba8 green{0, 255, 0, 255};
 constexpr Rgba8 blue{0, 0, 255, 255};
 
-TEST_F(RenderCommand, WritesOneFrameAtTheDefaultOrGivenSize) {
+TEST_F(RenderCommand, WritesFramesAndSheets) {
   const ToolRun first = run("render in.lottie --output first.png");
   ASSERT_EQ(first.status, 0) << first.err;
   EXPECT_EQ(first.out, "first.png\n");
@@ -63,16 +54,15 @@ TEST_F(RenderCommand, WritesOneFrameAtTheDefaultOrGivenSize) {
   EXPECT_EQ(late->height(), 30u);
   EXPECT_EQ(late->pixel(20, 15), blue);
   EXPECT_EQ(late->pixel(5, 15), Rgba8{});
-}
 
-TEST_F(RenderCommand, SheetsSpreadFramesFromFirstToLastAndColoursRecolour) {
+  // Sheets spread frames from the first to the last; colours recolour.
   const ToolRun sheet = run("render in.lottie --sheet 2x1 --size 10x10 --output sheet.png");
   ASSERT_EQ(sheet.status, 0) << sheet.err;
-  const auto image = readPng(folder / "sheet.png");
-  EXPECT_EQ(image->width(), 20u);
-  EXPECT_EQ(image->height(), 10u);
-  EXPECT_EQ(image->pixel(2, 5), red);
-  EXPECT_EQ(image->pixel(12, 5), blue);
+  const auto sheetImage = readPng(folder / "sheet.png");
+  EXPECT_EQ(sheetImage->width(), 20u);
+  EXPECT_EQ(sheetImage->height(), 10u);
+  EXPECT_EQ(sheetImage->pixel(2, 5), red);
+  EXPECT_EQ(sheetImage->pixel(12, 5), blue);
 
   const ToolRun recoloured =
       run("render in.lottie --colors '#ff0,#0ff' --size 10x10 --output recoloured.png");
@@ -106,3 +96,4 @@ TEST_F(RenderCommand, FailuresExplainThemselvesAndWriteNothing) {
 }
 
 } // namespace
+} // namespace frameloom::testing

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -28,8 +27,7 @@ inline ToolRun runTool(const std::string& arguments, const std::filesystem::path
                               errPath.string() + "'";
   std::FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
-    ADD_FAILURE() << "cannot start " << command;
-    return {-1, {}, {}};
+    return {-1, {}, "cannot start " + command};
   }
   std::string out;
   std::array<char, 4096> buffer;

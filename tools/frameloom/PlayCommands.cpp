@@ -93,6 +93,21 @@ platform::Url sourceUrl(const std::string& source) {
   return platform::Url::fromFilePath(source);
 }
 
+class StopOnExit {
+public:
+  explicit StopOnExit(std::shared_ptr<LottiePlayer> player) : player_(std::move(player)) {}
+  ~StopOnExit() {
+    if (player_->displayLink()->isValid()) {
+      player_->stop();
+    }
+  }
+  StopOnExit(const StopOnExit&) = delete;
+  StopOnExit& operator=(const StopOnExit&) = delete;
+
+private:
+  std::shared_ptr<LottiePlayer> player_;
+};
+
 // Loads the source into a new player, plays it for the given time on the main loop's display
 // clock and stops it.
 asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
@@ -100,14 +115,16 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
     fs::create_directories(*options.output);
   }
   auto writer = std::make_shared<FrameWriter>(options.output);
-  LottiePlayer player(options.fps);
-  player.setDelegate(writer);
+  auto player = LottiePlayer::create(options.fps);
+  // The player lives until it is stopped, so it is stopped however playing ends.
+  StopOnExit stopper{player};
+  player->setDelegate(writer);
   try {
-    co_await player.loadAnimation(sourceUrl(options.source));
+    co_await player->loadAnimation(sourceUrl(options.source));
   } catch (const std::exception& error) {
     throw std::runtime_error(options.source + ": " + error.what());
   }
-  if (!player.isAnimationLoaded()) {
+  if (!player->isAnimationLoaded()) {
     throw std::runtime_error("cannot load an animation from " + options.source);
   }
 
@@ -119,9 +136,9 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
   asio::steady_timer timer(co_await asio::this_coro::executor);
   const auto start = Clock::now();
   if (options.from) {
-    player.play(*options.from);
+    player->play(*options.from);
   } else {
-    player.play();
+    player->play();
   }
   for (auto now = start; now - start < length; now = Clock::now()) {
     timer.expires_at(std::min(now + std::chrono::milliseconds(100), start + length));
@@ -129,7 +146,7 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
     bar.progress()->setCompletedUnitCount(
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
   }
-  player.stop();
+  player->stop();
   const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
   writer->rethrowFailure();
   co_return PlayResult{writer->delivered(), elapsed};

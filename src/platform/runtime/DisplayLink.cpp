@@ -57,16 +57,23 @@ double DisplayLink::duration() const {
 }
 
 void DisplayLink::addToMainLoop() {
-  if (!added_) {
+  if (!added_ && valid_) {
     added_ = true;
+    MainLoop::shared().attach(shared_from_this());
     reschedule();
   }
 }
 
 void DisplayLink::invalidate() {
+  if (!valid_) {
+    return;
+  }
   valid_ = false;
   reschedule();
-  target_.reset();
+  // Released in this order when the function returns: the target (which may own the last other
+  // reference to this link), then the loop's reference, which may be the link's last.
+  auto attached = added_ ? MainLoop::shared().detach(this) : nullptr;
+  auto target = std::move(target_);
 }
 
 void DisplayLink::fire(double timestamp) {

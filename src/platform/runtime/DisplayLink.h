@@ -21,7 +21,9 @@ struct FrameRateRange {
 // not paused. It is created paused and starts ticking once added to the main loop and unpaused.
 // Ticks fall on a fixed grid, the creation time plus whole periods: a late tick is followed by
 // the next grid point still ahead, never by a burst of missed ones, and timestamp() of a tick is
-// its grid time (seconds of the monotonic clock). invalidate() stops the link for good and
+// its grid time (seconds of the monotonic clock). The link holds its target strongly; once added
+// to the main loop, the loop holds the link, so neither ends while the link is valid even if
+// nobody else holds them. invalidate() stops the link for good, detaches it from the loop and
 // releases the target.
 //
 // A link made with Clock::manual never ticks by itself: its ticks come from fire(), with the
@@ -29,7 +31,7 @@ struct FrameRateRange {
 // on either kind and delivers nothing while the link is paused or invalidated.
 //
 // Used on the main thread only. The link holds itself alive while its target runs, so the target
-// may invalidate, pause or drop the last reference to the link. The target must not throw.
+// may invalidate or pause it. The target must not throw.
 class DisplayLink : public std::enable_shared_from_this<DisplayLink> {
   struct Private {};
 
@@ -55,7 +57,8 @@ public:
   // The time between ticks at the current rate, in seconds.
   double duration() const;
 
-  // Attaches the link to the main loop (MainLoop::shared()); idempotent.
+  // Attaches the link to the main loop (MainLoop::shared()), which then holds it until
+  // invalidate(); idempotent.
   void addToMainLoop();
 
   void invalidate();

@@ -2,6 +2,8 @@
 
 #include <asio/executor_work_guard.hpp>
 
+#include <algorithm>
+
 namespace frameloom::platform {
 
 MainLoop& MainLoop::shared() {
@@ -32,6 +34,23 @@ void MainLoop::runFor(std::chrono::steady_clock::duration duration) {
 
 void MainLoop::stop() {
   context_.stop();
+}
+
+void MainLoop::attach(std::shared_ptr<void> source) {
+  std::lock_guard lock(sourcesMutex_);
+  sources_.push_back(std::move(source));
+}
+
+std::shared_ptr<void> MainLoop::detach(const void* source) {
+  std::lock_guard lock(sourcesMutex_);
+  auto found = std::find_if(sources_.begin(), sources_.end(),
+                            [source](const auto& held) { return held.get() == source; });
+  if (found == sources_.end()) {
+    return nullptr;
+  }
+  auto held = std::move(*found);
+  sources_.erase(found);
+  return held;
 }
 
 void MainLoop::runUntil(std::optional<std::chrono::steady_clock::time_point> deadline) {

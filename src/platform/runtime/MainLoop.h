@@ -12,8 +12,10 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <type_traits>
+#include <vector>
 
 namespace frameloom::platform {
 
@@ -51,6 +53,13 @@ public:
   template <class T>
   T runUntilComplete(asio::awaitable<T> work);
 
+  // Keeps `source` (a display link) alive while it is attached, whoever else holds it, as the
+  // loop that drives it. Callable from any thread.
+  void attach(std::shared_ptr<void> source);
+  // Ends what attach() began and hands the loop's reference back, so that the caller chooses
+  // when it is released; null when `source` was not attached.
+  std::shared_ptr<void> detach(const void* source);
+
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
@@ -81,6 +90,8 @@ private:
   std::atomic<bool> running_{false};
   // How many runs have started; the current run's number while running.
   std::atomic<std::uint64_t> runs_{0};
+  std::mutex sourcesMutex_;
+  std::vector<std::shared_ptr<void>> sources_;
 };
 
 template <class T>

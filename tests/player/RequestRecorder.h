@@ -1,0 +1,73 @@
+#pragma once
+
+#include "frameloom/LottiePlayer.h"
+#include "frameloom/PlayerServices.h"
+#include "platform/runtime/MainLoop.h"
+
+#include <chrono>
+#include <map>
+#include <vector>
+
+namespace frameloom::testing {
+
+// The shared cache and actor, noting every frame the player asks for with the timestamp of the
+// tick that asked; as the player's delegate, it notes which request each delivered image answers
+// and when and where it arrived. Requests start and finish on the main loop.
+class RequestRecorder final : public PlayerServices, public LottiePlayerDelegate {
+public:
+  struct Request {
+    float frame;
+    double tick;
+  };
+  struct Delivery {
+    Request request;
+    double time; // of the monotonic clock, like tick timestamps
+    bool onMainThread;
+  };
+
+  // The player whose display link stamps the requests; none stamps them 0.
+  const LottiePlayer* player = nullptr;
+  std::vector<Request> requests;
+  std::vector<Delivery> deliveries;
+
+  static double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+  }
+
+  asio::awaitable<ziploom::Bytes> loadLottie(platform::Url from) override {
+    co_return co_await inner_->loadLottie(std::move(from));
+  }
+  asio::awaitable<Model> load(platform::Url from, std::optional<platform::Size> size) override {
+    co_return co_await inner_->load(std::move(from), size);
+  }
+  asio::awaitable<Model> load(ziploom::Bytes from, std::optional<platform::Size> size) override {
+    co_return co_await inner_->load(std::move(from), size);
+  }
+  asio::awaitable<Frame> seek(float frame, Model model) override {
+    const Request request{frame, player ? player->displayLink()->timestamp() : 0};
+    requests.push_back(request);
+    auto image = co_await inner_->seek(frame, std::move(model));
+    if (image) {
+      requestOf_[image.get()] = request;
+    }
+    co_return image;
+  }
+  asio::awaitable<void> destroy(Model model) override {
+    co_await inner_->destroy(std::move(model));
+  }
+
+  void lottiePlayer(LottiePlayer&, Frame frame) override {
+    auto found = requestOf_.find(frame.get());
+    if (found != requestOf_.end()) {
+      deliveries.push_back({found->second, now(), platform::MainLoop::shared().isMainThread()});
+      requestOf_.erase(found);
+    }
+  }
+
+private:
+  std::shared_ptr<PlayerServices> inner_ = PlayerServices::shared();
+  std::map<const platform::Image*, Request> requestOf_;
+};
+
+} // namespace frameloom::testing
