@@ -1,7 +1,5 @@
 #include "RequestRecorder.h"
 
-#include "platform/runtime/SharedExecutor.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -9,13 +7,6 @@
 
 namespace frameloom::testing {
 namespace {
-
-// Renders and disposals still running on the shared pool finish before the process destroys the
-// renderer's static objects, as a host's main() makes sure of.
-class SharedExecutorShutdown : public ::testing::Environment {
-  void TearDown() override { platform::shutDownSharedExecutor(); }
-};
-const auto* const shutdown = ::testing::AddGlobalTestEnvironment(new SharedExecutorShutdown);
 
 // The shared cache and actor, the real display clock and main loop; the host lets go of the
 // player while it plays and it carries on until stopped.
