@@ -1,6 +1,7 @@
 // Extraction speed: Ziploom against unzip on the same generated archive in the same run, to
 // memory and to files, and against bare zlib inflate plus CRC-32 over the same streams (the floor
 // for any extractor). Prints MB/s of uncompressed data for each and the ratios.
+#include "BareInflate.h"
 #include "ziploom/Archive.h"
 #include "ziploom/Compression.h"
 
@@ -130,53 +131,14 @@ void UnzipToFiles(benchmark::State& state) {
 // The same streams read with fread in the same chunk size and fed straight to zlib.
 void BareZlibInflateAndCRC(benchmark::State& state) {
   auto& data = setup();
-  struct Stream {
-    std::uint64_t offset, size;
-    bool deflated;
-  };
-  std::vector<Stream> streams;
-  {
-    Archive archive(data.archive, Archive::AccessMode::read);
-    for (const auto& entry : archive) {
-      const auto& local = entry.localFileHeader;
-      streams.push_back({entry.centralDirectoryStructure.resolvedLocalHeaderOffset() + 30 +
-                             local.fileNameLength + local.extraFieldLength,
-                         entry.compressedSize(), entry.isCompressed()});
-    }
-  }
+  const auto streams = bench::bareStreamsOf(data.archive);
   constexpr std::size_t chunk = 16384;
   std::vector<unsigned char> input(chunk), output(chunk);
   for (auto _ : state) {
     FILE* file = std::fopen(data.archive.c_str(), "rb");
     for (const auto& stream : streams) {
-      fseeko(file, static_cast<off_t>(stream.offset), SEEK_SET);
-      uLong crc = 0;
-      z_stream z{};
-      if (stream.deflated) {
-        inflateInit2(&z, -MAX_WBITS);
-      }
-      std::uint64_t left = stream.size;
-      int status = Z_OK;
-      while (left > 0 && status != Z_STREAM_END) {
-        const auto n = std::fread(input.data(), 1, std::min<std::uint64_t>(chunk, left), file);
-        left -= n;
-        if (!stream.deflated) {
-          crc = crc32_z(crc, input.data(), n);
-          continue;
-        }
-        z.next_in = input.data();
-        z.avail_in = static_cast<uInt>(n);
-        do {
-          z.next_out = output.data();
-          z.avail_out = chunk;
-          status = inflate(&z, Z_NO_FLUSH);
-          crc = crc32_z(crc, output.data(), chunk - z.avail_out);
-        } while (z.avail_in > 0 && status == Z_OK);
-      }
-      if (stream.deflated) {
-        inflateEnd(&z);
-      }
-      benchmark::DoNotOptimize(crc);
+      benchmark::DoNotOptimize(
+          bench::bareInflate(file, stream, input, output, [](std::span<const unsigned char>) {}));
     }
     std::fclose(file);
   }

@@ -10,6 +10,7 @@
 // --folder-only times the mixed folder against Info-ZIP, deflated, and prints one line
 // "megabytes ziploom-zip info-zip-zip ziploom-unzip info-zip-unzip" of wall seconds (for plots).
 
+#include "BareInflate.h"
 #include "ziploom/Archive.h"
 #include "ziploom/FileSystem.h"
 
@@ -238,32 +239,9 @@ void bareZip(const std::vector<fs::path>& files, const fs::path& output, bool de
   }
 }
 
-struct Stream {
-  fs::path path;
-  std::uint64_t offset, size;
-  bool deflated;
-};
-
-// Where each entry's data lies in the archive, read before the clock starts.
-std::vector<Stream> streamsOf(const fs::path& archivePath) {
-  std::vector<Stream> streams;
-  ziploom::Archive archive(archivePath, ziploom::Archive::AccessMode::read);
-  for (const auto& entry : archive) {
-    if (entry.type() != ziploom::Entry::EntryType::file) {
-      continue;
-    }
-    const auto& local = entry.localFileHeader;
-    streams.push_back({entry.path(),
-                       entry.centralDirectoryStructure.resolvedLocalHeaderOffset() + 30 +
-                           local.fileNameLength + local.extraFieldLength,
-                       entry.compressedSize(), entry.isCompressed()});
-  }
-  return streams;
-}
-
 // The floor for unzipping: every stream read, inflated, CRC-32 over the output, written to its
 // own new file in the same folder tree.
-void bareUnzip(const fs::path& archivePath, const std::vector<Stream>& streams,
+void bareUnzip(const fs::path& archivePath, const std::vector<bench::BareStream>& streams,
                const fs::path& destination) {
   const auto in = open(archivePath, "rb");
   std::vector<unsigned char> input(bareChunk), output(bareChunk);
@@ -271,40 +249,9 @@ void bareUnzip(const fs::path& archivePath, const std::vector<Stream>& streams,
     const auto target = destination / stream.path;
     fs::create_directories(target.parent_path());
     const auto out = open(target, "wbx");
-    fseeko(in.get(), static_cast<off_t>(stream.offset), SEEK_SET);
-    uLong crc = crc32_z(0, nullptr, 0);
-    z_stream z{};
-    if (stream.deflated) {
-      inflateInit2(&z, -MAX_WBITS);
-    }
-    std::uint64_t left = stream.size;
-    int status = Z_OK;
-    while (left > 0 && status != Z_STREAM_END) {
-      const auto n =
-          std::fread(input.data(), 1, std::min<std::uint64_t>(bareChunk, left), in.get());
-      if (n == 0) {
-        break;
-      }
-      left -= n;
-      if (!stream.deflated) {
-        crc = crc32_z(crc, input.data(), n);
-        std::fwrite(input.data(), 1, n, out.get());
-        continue;
-      }
-      z.next_in = input.data();
-      z.avail_in = static_cast<uInt>(n);
-      do {
-        z.next_out = output.data();
-        z.avail_out = static_cast<uInt>(output.size());
-        status = inflate(&z, Z_NO_FLUSH);
-        const auto produced = output.size() - z.avail_out;
-        crc = crc32_z(crc, output.data(), produced);
-        std::fwrite(output.data(), 1, produced, out.get());
-      } while (z.avail_in > 0 && status == Z_OK);
-    }
-    if (stream.deflated) {
-      inflateEnd(&z);
-    }
+    bench::bareInflate(in.get(), stream, input, output, [&](std::span<const unsigned char> data) {
+      std::fwrite(data.data(), 1, data.size(), out.get());
+    });
   }
 }
 
@@ -334,7 +281,7 @@ std::vector<double> compareFolder(const Folder& work, const fs::path& source, do
   const auto zipping = best(runs, clear, zippers);
 
   ziploom::zipItem(source, ours, false, method);
-  const auto streams = streamsOf(ours);
+  const auto streams = bench::bareStreamsOf(ours);
   const auto unzipped = work.path() / "unzipped";
   const auto reset = [&] { fs::remove_all(unzipped); };
   std::vector<std::function<void()>> unzippers{
