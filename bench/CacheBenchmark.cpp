@@ -165,7 +165,6 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nFigures taken on a shared, busy machine.\n");
   if (reporter.nanoseconds.count("BM_MemoryHit")) {
     std::printf("memory hit: %.1f ns\n", reporter.nanoseconds["BM_MemoryHit"]);
   }

@@ -162,7 +162,7 @@ public:
   void Finalize() override {
     ConsoleReporter::Finalize();
     auto rate = [this](const std::string& name) { return rates_[name]; };
-    std::printf("\nMB/s of uncompressed data (figures taken on a shared, busy machine):\n");
+    std::printf("\nMB/s of uncompressed data:\n");
     for (const auto& [name, value] : rates_) {
       std::printf("  %-24s %8.1f\n", name.c_str(), value);
     }

@@ -208,8 +208,7 @@ int main(int argc, char** argv) {
   }
   recolourSource() = makeLargeDotLottie(corpus);
   std::cout << "recoloured load source: " << std::filesystem::file_size(recolourSource())
-            << " bytes (" << readFile(recolourSource()).size() << ")\n"
-            << "figures taken on a shared, busy machine\n";
+            << " bytes (" << readFile(recolourSource()).size() << ")\n";
 
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -321,9 +321,10 @@ int main(int argc, char** argv) {
     std::printf("%.1f %.3f %.3f %.3f %.3f\n", size, times[0], times[1], times[2], times[3]);
     return 0;
   }
-  std::printf("mixed folder: %.1f MB in %zu files; best of %d runs; taken on a shared, busy "
-              "machine\n",
-              size, regularFiles(source).size(), runs);
+  double load[1] = {0};
+  getloadavg(load, 1);
+  std::printf("mixed folder: %.1f MB in %zu files; best of %d runs; load average %.2f\n", size,
+              regularFiles(source).size(), runs, load[0]);
   for (const auto method :
        {ziploom::CompressionMethod::deflate, ziploom::CompressionMethod::none}) {
     compareFolder(work, source, size, runs, method, true, true);

@@ -68,8 +68,7 @@ int main(int argc, char** argv) {
   const std::uint64_t megabytes = argc > 1 ? std::stoull(argv[1]) : 1024;
   const auto folder = fs::temp_directory_path() / ("ziploom-memory-" + std::to_string(getpid()));
   fs::create_directories(folder);
-  std::printf("peak resident size for one entry of %llu MB, file to file (target: under %.0f MB; "
-              "taken on a shared, busy machine)\n",
+  std::printf("peak resident size for one entry of %llu MB, file to file (target: under %.0f MB)\n",
               static_cast<unsigned long long>(megabytes), targetMegabytes);
   bool met = true;
   for (const bool compressible : {true, false}) {

@@ -28,7 +28,7 @@ export NODE_PATH="$scratch/node_modules"
 # Both sides run on the documents lottie-colorify can process (it throws on some).
 mapfile -t documents < <(node bench/lottie_colorify_peer.js --accepted "$corpus"/*.json)
 all=$(find "$corpus" -maxdepth 1 -name '*.json' | wc -l)
-echo "documents: ${#documents[@]} of $all in $corpus (figures taken on a shared, busy machine)"
+echo "documents: ${#documents[@]} of $all in $corpus"
 
 peer=$(node bench/lottie_colorify_peer.js "${documents[@]}" | awk '{print $2}')
 result="$scratch/bench_color_replacement.json"
@@ -48,7 +48,7 @@ peer = float(sys.argv[3])
 replace = runs["ReplaceColors"]["bytes_per_second"] / 1e6
 scan = runs["PlainKeyScan"]["bytes_per_second"] / 1e6
 recolor = runs["RecolorOneMegabyteLottie/real_time"]
-print("throughputs per CPU second (wall time on a busy machine also counts other processes)")
+print("throughputs per CPU second (wall time also counts other processes on a busy machine)")
 print(f"replacement       {replace:10.1f} MB/s")
 print(f"lottie-colorify   {peer:10.1f} MB/s   replacement / lottie-colorify = {replace / peer:.1f} x")
 print(f"plain key scan    {scan:10.1f} MB/s   replacement time / key scan time = {scan / replace:.2f} x")
