@@ -135,7 +135,10 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: player_benchmark [--fps N] [--seconds S] [FILE.lottie ...]\n");
     return 2;
   }
-  std::printf("%d fps for %.1f s each (taken under load)\n", static_cast<int>(fps), seconds);
+  double load[1] = {0};
+  getloadavg(load, 1);
+  std::printf("%d fps for %.1f s each; load average %.2f\n", static_cast<int>(fps), seconds,
+              load[0]);
   std::printf("%-44s %8s %8s %8s %10s %10s %10s %8s %6s %6s\n", "animation", "fps", "indices",
               "dropped", "tick->ms", "worst ms", "render ms", "r/half", "wraps", "loops");
   for (const auto& file : files) {
