@@ -2,8 +2,6 @@
 
 #include "ziploom/Compression.h"
 
-#include <gtest/gtest.h>
-
 using namespace ziploom;
 using namespace ziploom::testsupport;
 
@@ -60,7 +58,6 @@ TEST(Compression, BadInputEndsInAnErrorNeverAHang) {
   const std::vector<std::pair<std::int64_t, Provider>> cases{
       {sizeOf(truncated), providerFor(truncated)},
       {sizeOf(packed), runsDry},
-      {1000, [](std::int64_t, std::int64_t) { return Bytes{}; }},
       {4, providerFor(garbage)}};
   Bytes sink;
   for (const auto& [size, provider] : cases) {

@@ -3,8 +3,6 @@
 #include "ziploom/Errors.h"
 #include "ziploom/FileSystem.h"
 
-#include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 using namespace ziploom;
@@ -29,14 +27,6 @@ void makeHostileArchive(const fs::path& archive, const std::vector<std::string>&
 
 } // namespace
 
-TEST(FileSystemTest, ContainmentIsDecidedOnResolvedPaths) {
-  EXPECT_TRUE(isContained("/data/out/a/b", "/data/out"));
-  EXPECT_TRUE(isContained("/data/out//a/../b", "/data/out/"));
-  EXPECT_FALSE(isContained("/data/out-sibling/a", "/data/out"));
-  EXPECT_FALSE(isContained("/data/out/../secret", "/data/out"));
-  EXPECT_FALSE(isContained("/etc/passwd", "/data/out"));
-}
-
 TEST(FileSystemTest, UnzippingRefusesEntriesThatLeaveTheDestinationBeforeWritingThem) {
   TemporaryFolder folder;
   const auto destination = folder / "destination";
@@ -46,6 +36,7 @@ TEST(FileSystemTest, UnzippingRefusesEntriesThatLeaveTheDestinationBeforeWriting
       {"fine", "../evil"},
       {(outside / "absolute").string()},
       {"a/../../evil"},
+      {"../destination-sibling/evil"}, // shares the destination's name as a prefix
       {"link->" + outside.string(), "link/evil"},
       // Each link stays inside on its own; followed together they lead out.
       {"here->.", "up->here/..", "up/outside/evil"},

@@ -2,10 +2,6 @@
 // and through the tool's archive commands, exactly as Python's zipfile and unzip see them.
 #include "Support.h"
 
-#include "ziploom/Archive.h"
-
-#include <gtest/gtest.h>
-
 #include <sstream>
 
 using namespace ziploom;
@@ -29,7 +25,7 @@ for i in zipfile.ZipFile(sys.argv[1]).infolist():
 class Interop : public ::testing::Test {
 protected:
   static void SetUpTestSuite() {
-    if (!haveCommand("zip") || !haveCommand("unzip")) {
+    if (!succeeds("command -v zip && command -v unzip")) {
       return;
     }
     folder = new TemporaryFolder;
@@ -86,9 +82,7 @@ void checkArchive(const fs::path& path) {
     std::getline(lines, line);
     SCOPED_TRACE(line);
     Bytes bytes;
-    const auto checksum = archive.extract(entry, 4096, false, nullptr, [&](ByteView chunk) {
-      bytes.insert(bytes.end(), chunk.begin(), chunk.end());
-    });
+    const auto checksum = archive.extract(entry, 4096, false, nullptr, appendTo(bytes));
     EXPECT_EQ(checksum, crc32(bytes));
     char expected[32];
     std::snprintf(expected, sizeof expected, " %zu ", bytes.size());
@@ -155,8 +149,4 @@ TEST_F(Interop, ToolFailuresAreOneLineOnStandardError) {
   const auto archive = *folder / "zip-deflated.zip";
   EXPECT_EQ(run(tool + " archive cat " + quoted(archive) + " no-such-entry 2>&1; echo status $?"),
             "frameloom: " + archive.string() + ": no entry no-such-entry\nstatus 1\n");
-  const auto notArchive = *folder / "source" / "text.json";
-  EXPECT_EQ(run(tool + " archive list " + quoted(notArchive) + " 2>&1; echo status $?"),
-            "frameloom: " + notArchive.string() +
-                ": not a ZIP archive: no end of central directory record\nstatus 1\n");
 }

@@ -2,10 +2,6 @@
 // carry the "large" label.
 #include "Support.h"
 
-#include "ziploom/Archive.h"
-
-#include <gtest/gtest.h>
-
 using namespace ziploom;
 using namespace ziploom::testsupport;
 

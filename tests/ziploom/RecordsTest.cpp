@@ -1,11 +1,12 @@
-#include "ziploom/Records.h"
+#include "Support.h"
+
 #include "ziploom/Entry.h"
 #include "ziploom/LittleEndian.h"
-
-#include <gtest/gtest.h>
+#include "ziploom/Records.h"
 
 using namespace ziploom;
 using littleEndian::append;
+using ziploom::testsupport::extraBlock;
 using EntryType = Entry::EntryType;
 
 namespace {
@@ -14,16 +15,6 @@ AdditionalDataProvider from(const Bytes& bytes) {
   return [bytes](std::size_t count) {
     return Bytes(bytes.begin(), bytes.begin() + std::min(count, bytes.size()));
   };
-}
-
-Bytes block(std::uint16_t id, std::initializer_list<std::uint64_t> values) {
-  Bytes bytes;
-  append(bytes, id);
-  append(bytes, static_cast<std::uint16_t>(values.size() * 8));
-  for (auto value : values) {
-    append(bytes, value);
-  }
-  return bytes;
 }
 
 std::optional<CentralDirectoryStructure> centralWith(std::uint32_t sizes, std::uint32_t offset,
@@ -54,8 +45,8 @@ Entry makeEntry(const std::string& name, std::uint8_t host, std::uint32_t attrib
 } // namespace
 
 TEST(Records, ZIP64ValuesReplaceExactlyTheMarkedFields) {
-  Bytes extras = block(0x5455, {7});
-  append(extras, ByteView(block(1, {5'000'000'000, 4'000'000'000, 0})));
+  Bytes extras = extraBlock(0x5455, {7});
+  append(extras, ByteView(extraBlock(1, {5'000'000'000, 4'000'000'000, 0})));
   const auto marked = centralWith(0xFFFFFFFF, 0xFFFFFFFF, extras);
   ASSERT_TRUE(marked);
   EXPECT_EQ(marked->resolvedUncompressedSize(), 5'000'000'000u);
@@ -64,12 +55,12 @@ TEST(Records, ZIP64ValuesReplaceExactlyTheMarkedFields) {
   EXPECT_EQ(marked->resolvedLocalHeaderOffset(), 0xFFFFFFFFu);
   // A block with more or fewer values than the markers call for is ignored as a whole, and so is
   // one that runs past the end of the extra field.
-  EXPECT_EQ(centralWith(0xFFFFFFFF, 100, block(1, {1, 2, 3}))->resolvedUncompressedSize(),
+  EXPECT_EQ(centralWith(0xFFFFFFFF, 100, extraBlock(1, {1, 2, 3}))->resolvedUncompressedSize(),
             0xFFFFFFFFu);
-  EXPECT_EQ(centralWith(10, 0xFFFFFFFF, block(1, {1, 2}))->resolvedLocalHeaderOffset(),
+  EXPECT_EQ(centralWith(10, 0xFFFFFFFF, extraBlock(1, {1, 2}))->resolvedLocalHeaderOffset(),
             0xFFFFFFFFu);
   Bytes overlong{0x75, 0x70, 200, 0};
-  append(overlong, ByteView(block(1, {42})));
+  append(overlong, ByteView(extraBlock(1, {42})));
   EXPECT_FALSE(findZIP64Extra(overlong, {{ZIP64ExtendedInformation::Field::uncompressedSize}}));
 }
 

@@ -15,11 +15,9 @@ namespace ziploom::testsupport {
 
 using littleEndian::append;
 
-namespace {
-
-Bytes zip64Extra(std::initializer_list<std::uint64_t> values) {
+Bytes extraBlock(std::uint16_t id, std::initializer_list<std::uint64_t> values) {
   Bytes extra;
-  append(extra, std::uint16_t{1});
+  append(extra, id);
   append(extra, static_cast<std::uint16_t>(values.size() * 8));
   for (const auto value : values) {
     append(extra, value);
@@ -27,7 +25,17 @@ Bytes zip64Extra(std::initializer_list<std::uint64_t> values) {
   return extra;
 }
 
-} // namespace
+Consumer appendTo(Bytes& bytes) {
+  return [&bytes](ByteView chunk) { bytes.insert(bytes.end(), chunk.begin(), chunk.end()); };
+}
+
+std::vector<std::string> paths(const Archive& archive) {
+  std::vector<std::string> result;
+  for (const auto& entry : archive) {
+    result.push_back(entry.path());
+  }
+  return result;
+}
 
 Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& options) {
   Bytes archive;
@@ -36,7 +44,7 @@ Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& o
     Bytes stored = entry.deflate ? Bytes{} : entry.data;
     if (entry.deflate) {
       compress(static_cast<std::int64_t>(entry.data.size()), 4096, providerFor(entry.data),
-               [&](ByteView chunk) { stored.insert(stored.end(), chunk.begin(), chunk.end()); });
+               appendTo(stored));
     }
     const std::uint64_t offset = archive.size();
     // The central record carries everything; the local header is a copy of its first fields.
@@ -69,10 +77,10 @@ Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& o
     if (entry.zip64) {
       central.compressedSize = central.uncompressedSize = 0xFFFFFFFF;
       central.relativeOffsetOfLocalHeader = 0xFFFFFFFF;
-      central.extraFieldData = zip64Extra({entry.data.size(), stored.size(), offset});
+      central.extraFieldData = extraBlock(1, {entry.data.size(), stored.size(), offset});
       if (!entry.dataDescriptor) {
         local.compressedSize = local.uncompressedSize = 0xFFFFFFFF;
-        local.extraFieldData = zip64Extra({entry.data.size(), stored.size()});
+        local.extraFieldData = extraBlock(1, {entry.data.size(), stored.size()});
       }
     }
     central.extraFieldLength = static_cast<std::uint16_t>(central.extraFieldData.size());
@@ -82,12 +90,8 @@ Bytes buildArchive(const std::vector<BuiltEntry>& entries, const BuildOptions& o
     if (entry.dataDescriptor) {
       append(archive, std::uint32_t{0x08074b50});
       append(archive, central.crc32);
-      if (entry.zip64) {
-        append(archive, std::uint64_t{stored.size()});
-        append(archive, std::uint64_t{entry.data.size()});
-      } else {
-        append(archive, static_cast<std::uint32_t>(stored.size()));
-        append(archive, static_cast<std::uint32_t>(entry.data.size()));
+      for (const std::uint64_t size : {stored.size(), entry.data.size()}) {
+        entry.zip64 ? append(archive, size) : append(archive, static_cast<std::uint32_t>(size));
       }
     }
     append(directory, ByteView(central.data()));
@@ -172,9 +176,6 @@ bool succeeds(const std::string& command) {
   return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-bool haveCommand(const std::string& name) {
-  return succeeds("command -v " + name);
-}
 std::string quoted(const fs::path& path) {
   std::string word = "'";
   for (const char c : path.string()) {

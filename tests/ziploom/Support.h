@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ziploom/Archive.h"
 #include "ziploom/Bytes.h"
 #include "ziploom/Compression.h"
 
@@ -44,6 +45,12 @@ Bytes bytesOf(const std::string& text);
 Bytes randomBytes(std::size_t count, unsigned seed = 42);
 // Serves the bytes of `source`, which must outlive it.
 Provider providerFor(const Bytes& source);
+// Appends every chunk to `bytes`, which must outlive it.
+Consumer appendTo(Bytes& bytes);
+// An extra-field block: the id, its size, and the values as 64-bit numbers.
+Bytes extraBlock(std::uint16_t id, std::initializer_list<std::uint64_t> values);
+// The entries' paths in central-directory order.
+std::vector<std::string> paths(const Archive& archive);
 Bytes readFile(const fs::path& path);
 void writeFile(const fs::path& path, const Bytes& bytes);
 
@@ -51,7 +58,6 @@ void writeFile(const fs::path& path, const Bytes& bytes);
 std::string run(const std::string& command);
 // True when the command exits with status 0; its output is discarded.
 bool succeeds(const std::string& command);
-bool haveCommand(const std::string& name);
 // The path as one shell word.
 std::string quoted(const fs::path& path);
 // The system's Python, which starts much faster than a version manager's shim in front of it.

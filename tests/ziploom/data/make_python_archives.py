@@ -1,7 +1,4 @@
-"""Writes the archives the interoperability tests read, with Python's zipfile.
-
-usage: make_python_archives.py FOLDER
-"""
+"""Writes the archives the interoperability tests read into FOLDER, with Python's zipfile."""
 import os
 import sys
 import zipfile
