@@ -52,8 +52,6 @@ TEST(Archive, CreateWritesAnEmptyArchiveAndNeverReplacesAFile) {
   EXPECT_EQ(readFile(path), bytesOf("precious"));
   EXPECT_EQ(errorOf<ArchiveError>([&] { Archive(path, AccessMode::update); }),
             ArchiveError::Code::missingEndOfCentralDirectoryRecord);
-  EXPECT_THROW(Archive(folder / "missing.zip", AccessMode::read),
-               std::filesystem::filesystem_error);
   EXPECT_FALSE(Archive::make(folder / "missing.zip", AccessMode::read));
   EXPECT_FALSE(Archive::make(Bytes(21, 0), AccessMode::read));
 }
