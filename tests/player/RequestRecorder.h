@@ -10,9 +10,9 @@
 
 namespace frameloom::testing {
 
-// The shared cache and actor, noting every frame the player asks for with the timestamp of the
-// tick that asked; as the player's delegate, it notes which request each delivered image answers
-// and when and where it arrived. Requests start and finish on the main loop.
+// The shared services, noting every frame the player asks for with the timestamp of the tick
+// that asked; as the player's delegate, it notes which request each delivered image answers and
+// when (on the monotonic clock, like tick timestamps) and where it arrived.
 class RequestRecorder final : public PlayerServices, public LottiePlayerDelegate {
 public:
   struct Request {
@@ -21,12 +21,10 @@ public:
   };
   struct Delivery {
     Request request;
-    double time; // of the monotonic clock, like tick timestamps
+    double time;
     bool onMainThread;
   };
-
-  // The player whose display link stamps the requests; none stamps them 0.
-  const LottiePlayer* player = nullptr;
+  const LottiePlayer* player = nullptr; // whose display link stamps the requests; none: 0
   std::vector<Request> requests;
   std::vector<Delivery> deliveries;
 
@@ -34,7 +32,6 @@ public:
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
   }
-
   asio::awaitable<ziploom::Bytes> loadLottie(platform::Url from) override {
     co_return co_await inner_->loadLottie(std::move(from));
   }
@@ -56,10 +53,8 @@ public:
   asio::awaitable<void> destroy(Model model) override {
     co_await inner_->destroy(std::move(model));
   }
-
   void lottiePlayer(LottiePlayer&, Frame frame) override {
-    auto found = requestOf_.find(frame.get());
-    if (found != requestOf_.end()) {
+    if (auto found = requestOf_.find(frame.get()); found != requestOf_.end()) {
       deliveries.push_back({found->second, now(), platform::MainLoop::shared().isMainThread()});
       requestOf_.erase(found);
     }
