@@ -26,19 +26,12 @@ TEST(ColorArguments, ParsesTheThreeForms) {
   EXPECT_EQ(tool::formatHexColor({0.2, 0.4, 0.6}), "#336699FF");
 }
 
-class AnimationCommands : public ::testing::Test {
-protected:
-  void SetUp() override {
-    makeArchive(folder.path() / "in.lottie",
-                {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
-                                       R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
-  }
-
+TEST(AnimationCommands, InfoPaletteRecolorAndFailures) {
   TemporaryFolder folder;
-};
-
-TEST_F(AnimationCommands, InfoPaletteRecolorAndFailures) {
-  const auto out = [this](const std::string& arguments) {
+  makeArchive(folder.path() / "in.lottie",
+              {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
+                                     R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
+  const auto out = [&folder](const std::string& arguments) {
     const ToolRun run = runTool(arguments, folder.path());
     EXPECT_EQ(run.status, 0) << arguments << run.err;
     return run.out;
