@@ -52,11 +52,12 @@ TEST(ReplaceColors, RewritesOnlyMatchedArraysInHandOutOrder) {
   // The gradient's "-0" alpha is the integer 0 to a JSON parser, so it keys as 0.0.
   const auto palette = DotLottieFile::palette(
       R"({"g":{"k":{"k":[0,1,0,0,1,1,1,1,1,-0]}},"c":{"k":[1,0,0,1]},"sc":[0,0,1]})");
-  ASSERT_EQ(palette.size(), 3u);
-  EXPECT_EQ(palette[0].key, "1.0,0.0,0.0,1.0");
-  EXPECT_EQ(palette[0].uses, 2u);
-  EXPECT_EQ(palette[1].key, "0.0,0.0,1.0,1.0");
-  EXPECT_EQ(palette[2].key, "1.0,1.0,1.0,0.0");
+  std::vector<std::pair<std::string, std::size_t>> found;
+  for (const auto& color : palette) {
+    found.emplace_back(color.key, color.uses);
+  }
+  EXPECT_EQ(found, (decltype(found){
+                       {"1.0,0.0,0.0,1.0", 2}, {"0.0,0.0,1.0,1.0", 1}, {"1.0,1.0,1.0,0.0", 1}}));
 }
 
 TEST(ReplaceColors, LeavesNearMissesAndKeyframesAlone) {

@@ -65,12 +65,12 @@ TEST(LottieHead, DecodesTopLevelNumbersOnly) {
         std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
   };
   const auto head = decode(R"({"layers":[{"w":1,"h":2}],"w":-3,"h":1e2,"x":{"w":"no"}})");
-  EXPECT_EQ(head.w, -3.0);
-  EXPECT_EQ(head.h, 100.0);
-  EXPECT_THROW(decode(R"([{"w":1,"h":2}])"), DotLottieFile::LottieHead::DecodingError);
-  EXPECT_THROW(decode(R"({"w":null,"h":2})"), DotLottieFile::LottieHead::DecodingError);
-  EXPECT_THROW(decode(std::string(100000, '[') + std::string(100000, ']')),
-               DotLottieFile::LottieHead::DecodingError);
+  EXPECT_TRUE(head.w == -3.0 && head.h == 100.0);
+  for (const std::string& bad :
+       std::vector<std::string>{R"([{"w":1,"h":2}])", R"({"w":null,"h":2})",
+                                std::string(100000, '[') + std::string(100000, ']')}) {
+    EXPECT_THROW(decode(bad), DotLottieFile::LottieHead::DecodingError) << bad.substr(0, 20);
+  }
 }
 
 } // namespace

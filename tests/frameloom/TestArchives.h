@@ -3,6 +3,8 @@
 // Test helpers: a temporary folder removed on destruction, and ZIP archives written by Python's
 // zipfile, so that the files under test are not made by the code under test.
 
+#include "ziploom/Archive.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -26,8 +28,6 @@ public:
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   const std::filesystem::path& path() const { return path_; }
 
 private:
@@ -59,6 +59,19 @@ inline void makeArchive(const std::filesystem::path& archive, const ArchiveEntri
   std::filesystem::create_directories(staging);
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
   std::filesystem::remove_all(staging);
+}
+
+// Entry paths and contents in archive order, read back with ziploom; `stored` expects every entry
+// stored uncompressed.
+inline ArchiveEntries entries(const std::filesystem::path& path, bool stored = false) {
+  ArchiveEntries files;
+  ziploom::Archive archive(path, ziploom::AccessMode::read);
+  for (const auto& entry : archive) {
+    EXPECT_TRUE(!stored || entry.localFileHeader.compressionMethod == 0) << entry.path();
+    std::string& data = files.emplace_back(entry.path(), std::string()).second;
+    archive.extract(entry, [&data](ziploom::ByteView c) { data.append(c.begin(), c.end()); });
+  }
+  return files;
 }
 
 } // namespace frameloom::testing

@@ -26,44 +26,30 @@ TEST(ColorArguments, ParsesTheThreeForms) {
   EXPECT_EQ(tool::formatHexColor({0.2, 0.4, 0.6}), "#336699FF");
 }
 
-class AnimationCommands : public ::testing::Test {
-protected:
-  void SetUp() override {
-    makeArchive(folder.path() / "in.lottie",
-                {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
-                                       R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
-  }
-
+TEST(AnimationCommands, InfoPaletteRecolorAndFailures) {
   TemporaryFolder folder;
-};
-
-TEST_F(AnimationCommands, InfoPaletteAndRecolor) {
-  const ToolRun info = runTool("info in.lottie", folder.path());
-  EXPECT_EQ(info.status, 0);
-  EXPECT_EQ(info.out, "size: 512 x 256.5\nframes: 0\nduration: 0 s\n");
-
-  const ToolRun palette = runTool("palette in.lottie", folder.path());
-  EXPECT_EQ(palette.status, 0);
-  EXPECT_EQ(palette.out, "#FF0000FF 1.0,0.0,0.0,1.0 2\n#0000FFFF 0.0,0.0,1.0,1.0 1\n");
-
+  makeArchive(folder.path() / "in.lottie",
+              {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
+                                     R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
+  const auto out = [&folder](const std::string& arguments) {
+    const ToolRun run = runTool(arguments, folder.path());
+    EXPECT_EQ(run.status, 0) << arguments << run.err;
+    return run.out;
+  };
+  EXPECT_EQ(out("info in.lottie"), "size: 512 x 256.5\nframes: 0\nduration: 0 s\n");
+  EXPECT_EQ(out("palette in.lottie"), "#FF0000FF 1.0,0.0,0.0,1.0 2\n#0000FFFF 0.0,0.0,1.0,1.0 1\n");
   // recolor moves its copy to the output.
-  const ToolRun run =
-      runTool("recolor in.lottie --colors '#0f0' --output out.lottie", folder.path());
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(run.out, "out.lottie\n");
-  EXPECT_EQ(runTool("palette out.lottie", folder.path()).out, "#00FF00FF 0.0,1.0,0.0,1.0 3\n");
-}
+  EXPECT_EQ(out("recolor in.lottie --colors '#0f0' --output out.lottie"), "out.lottie\n");
+  EXPECT_EQ(out("palette out.lottie"), "#00FF00FF 0.0,1.0,0.0,1.0 3\n");
 
-TEST_F(AnimationCommands, ReportsFailuresOnOneLine) {
   const ToolRun missing = runTool("info none.lottie", folder.path());
   EXPECT_EQ(missing.status, 1);
-  EXPECT_TRUE(missing.err.starts_with("frameloom: ")) << missing.err;
-  EXPECT_NE(missing.err.find("none.lottie"), std::string::npos);
-  EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1);
-
+  EXPECT_TRUE(missing.err.starts_with("frameloom: ") &&
+              missing.err.find("none.lottie") != std::string::npos &&
+              std::count(missing.err.begin(), missing.err.end(), '\n') == 1)
+      << missing.err;
   const ToolRun badColor = runTool("recolor in.lottie --colors red", folder.path());
-  EXPECT_EQ(badColor.status, 2);
-  EXPECT_TRUE(badColor.out.empty());
+  EXPECT_EQ(std::pair(badColor.status, badColor.out), std::pair(2, std::string()));
 }
 
 } // namespace

@@ -2,8 +2,7 @@
 
 #include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,23 +20,15 @@ struct ToolRun {
 // Runs the tool with `arguments` (already quoted for the shell) inside `folder`, which is also
 // its temporary directory, and collects its exit status and both output streams.
 inline ToolRun runTool(const std::string& arguments, const std::filesystem::path& folder) {
-  const auto errPath = folder / "stderr.txt";
+  const auto read = [&folder](const char* name) {
+    std::ifstream in(folder / name);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
   const std::string command = "cd '" + folder.string() + "' && TMPDIR='" + folder.string() +
-                              "' '" FRAMELOOM_TOOL_PATH "' " + arguments + " 2>'" +
-                              errPath.string() + "'";
-  std::FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) {
-    return {-1, {}, "cannot start " + command};
-  }
-  std::string out;
-  std::array<char, 4096> buffer;
-  while (const std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-    out.append(buffer.data(), n);
-  }
-  const int status = pclose(pipe);
-  std::ifstream err(errPath);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out,
-          std::string(std::istreambuf_iterator<char>(err), {})};
+                              "' '" FRAMELOOM_TOOL_PATH "' " + arguments +
+                              " >stdout.txt 2>stderr.txt";
+  const int status = std::system(command.c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("stdout.txt"), read("stderr.txt")};
 }
 
 } // namespace frameloom::testing
