@@ -3,7 +3,7 @@
 // The floor Ziploom's extraction is measured against: each entry's stream read straight from the
 // archive with fread, inflated by zlib when it is deflated, and CRC-32 taken over the output.
 
-#include "ziploom/Archive.h"
+#include <frameloom/ziploom/Archive.h>
 
 #include <zlib.h>
 
@@ -25,9 +25,9 @@ struct BareStream {
 // Where each file entry's data lies in the archive; read before the clock starts.
 inline std::vector<BareStream> bareStreamsOf(const std::filesystem::path& archivePath) {
   std::vector<BareStream> streams;
-  ziploom::Archive archive(archivePath, ziploom::Archive::AccessMode::read);
+  frameloom::ziploom::Archive archive(archivePath, frameloom::ziploom::Archive::AccessMode::read);
   for (const auto& entry : archive) {
-    if (entry.type() != ziploom::Entry::EntryType::file) {
+    if (entry.type() != frameloom::ziploom::Entry::EntryType::file) {
       continue;
     }
     const auto& local = entry.localFileHeader;

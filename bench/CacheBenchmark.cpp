@@ -6,10 +6,10 @@
 // The ratios are printed at the end (cache time / peer time).
 
 #include "TestHttpServer.h"
-#include "frameloom/CacheKey.h"
-#include "frameloom/LottieCache.h"
-#include "platform/runtime/MainLoop.h"
-#include "platform/runtime/SharedExecutor.h"
+#include "frameloom/cache/CacheKey.h"
+#include <frameloom/cache/LottieCache.h>
+#include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/platform/runtime/SharedExecutor.h>
 
 #include <asio/co_spawn.hpp>
 #include <asio/use_future.hpp>

@@ -8,8 +8,8 @@
 // Usage: bench_color_replacement [benchmark flags] [FILE or FOLDER...]   (default: every *.json
 // of $FRAMELOOM_CORPUS, else of /work/shared/corpus)
 
-#include "frameloom/DotLottieFile.h"
-#include "ziploom/Archive.h"
+#include <frameloom/files/DotLottieFile.h>
+#include <frameloom/ziploom/Archive.h>
 
 #include <benchmark/benchmark.h>
 
@@ -97,18 +97,19 @@ std::filesystem::path makeOneMegabyteLottie(const std::filesystem::path& folder)
   }
   json += "]}";
   const auto path = folder / "one-megabyte.lottie";
-  ziploom::Archive archive(path, ziploom::AccessMode::create);
+  frameloom::ziploom::Archive archive(path, frameloom::ziploom::AccessMode::create);
   const std::string manifest = R"({"animations":[{"id":"a"}]})";
   for (const auto& [name, content] : {std::pair{std::string("manifest.json"), manifest},
                                       std::pair{std::string("animations/a.json"), json}}) {
     // A named reference: Clang 14 cannot capture a structured binding.
     const std::string& text = content;
-    archive.addEntry(name, ziploom::Entry::EntryType::file, static_cast<std::int64_t>(text.size()),
-                     std::chrono::system_clock::now(), std::nullopt,
-                     ziploom::CompressionMethod::deflate, ziploom::defaultWriteChunkSize, nullptr,
+    archive.addEntry(name, frameloom::ziploom::Entry::EntryType::file,
+                     static_cast<std::int64_t>(text.size()), std::chrono::system_clock::now(),
+                     std::nullopt, frameloom::ziploom::CompressionMethod::deflate,
+                     frameloom::ziploom::defaultWriteChunkSize, nullptr,
                      [&text](std::int64_t position, std::int64_t count) {
                        const auto begin = text.begin() + position;
-                       return ziploom::Bytes(begin, begin + count);
+                       return frameloom::platform::Bytes(begin, begin + count);
                      });
   }
   return path;

@@ -2,8 +2,8 @@
 // rate it achieved and how late its ticks ran, next to a naive peer that sleeps one period after
 // each tick (and so drifts). Figures depend on the machine's load.
 
-#include "platform/runtime/DisplayLink.h"
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/platform/runtime/DisplayLink.h>
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <benchmark/benchmark.h>
 

@@ -2,8 +2,8 @@
 // memory and to files, and against bare zlib inflate plus CRC-32 over the same streams (the floor
 // for any extractor). Prints MB/s of uncompressed data for each and the ratios.
 #include "BareInflate.h"
-#include "ziploom/Archive.h"
-#include "ziploom/Compression.h"
+#include <frameloom/ziploom/Archive.h>
+#include <frameloom/ziploom/Compression.h>
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>
@@ -20,7 +20,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using ziploom::Archive;
+using frameloom::ziploom::Archive;
 
 constexpr std::size_t fileSize = 40 << 20;
 
@@ -83,8 +83,9 @@ void ZiploomToMemory(benchmark::State& state) {
   for (auto _ : state) {
     Archive archive(data.archive, Archive::AccessMode::read);
     for (const auto& entry : archive) {
-      const auto checksum = archive.extract(
-          entry, [](ziploom::ByteView chunk) { benchmark::DoNotOptimize(chunk.data()); });
+      const auto checksum = archive.extract(entry, [](frameloom::platform::ByteView chunk) {
+        benchmark::DoNotOptimize(chunk.data());
+      });
       if (checksum != entry.checksum()) {
         state.SkipWithError("CRC-32 mismatch");
       }

@@ -12,8 +12,8 @@
 //   (default: 60 fps, 10 s, three animations of /work/shared/corpus when present)
 
 #include "RequestRecorder.h"
-#include "frameloom/DotLottieActor.h"
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/actor/DotLottieActor.h>
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <asio/steady_timer.hpp>
 #include <asio/this_coro.hpp>

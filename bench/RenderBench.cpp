@@ -7,9 +7,9 @@
 // Usage: bench_render [benchmark flags] [FOLDER]   (FOLDER defaults to $FRAMELOOM_CORPUS or
 // /work/shared/corpus)
 
-#include "frameloom/DotLottieActor.h"
-#include "platform/renderer/LottieDocument.h"
-#include "platform/runtime/MainLoop.h"
+#include "renderer/LottieDocument.h"
+#include <frameloom/actor/DotLottieActor.h>
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
@@ -198,7 +198,7 @@ int main(int argc, char** argv) {
   }
   for (const char* name : animationNames) {
     Sample sample{readFile(corpus / name), {}};
-    const auto document = frameloom::platform::lottieDocument(sample.bytes);
+    const auto document = frameloom::renderer::lottieDocument(sample.bytes);
     if (!document) {
       std::cerr << "cannot read " << (corpus / name) << "\n";
       return 1;

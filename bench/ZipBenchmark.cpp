@@ -11,8 +11,8 @@
 // "megabytes ziploom-zip info-zip-zip ziploom-unzip info-zip-unzip" of wall seconds (for plots).
 
 #include "BareInflate.h"
-#include "ziploom/Archive.h"
-#include "ziploom/FileSystem.h"
+#include <frameloom/ziploom/Archive.h>
+#include <frameloom/ziploom/FileSystem.h>
 
 #include <sys/resource.h>
 #include <zlib.h>
@@ -258,9 +258,9 @@ void bareUnzip(const fs::path& archivePath, const std::vector<bench::BareStream>
 // Zips and unzips `source` with each contender; prints lines against Info-ZIP and against bare
 // zlib. Returns the best wall times: ziploom zip, Info-ZIP zip, ziploom unzip, Info-ZIP unzip.
 std::vector<double> compareFolder(const Folder& work, const fs::path& source, double megabytes,
-                                  int runs, ziploom::CompressionMethod method, bool withBare,
-                                  bool print) {
-  const bool deflate = method == ziploom::CompressionMethod::deflate;
+                                  int runs, frameloom::ziploom::CompressionMethod method,
+                                  bool withBare, bool print) {
+  const bool deflate = method == frameloom::ziploom::CompressionMethod::deflate;
   const std::string label = deflate ? "deflated" : "stored";
   const auto ours = work.path() / "ziploom.zip";
   const auto theirs = work.path() / "infozip.zip";
@@ -273,19 +273,19 @@ std::vector<double> compareFolder(const Folder& work, const fs::path& source, do
   const auto zipCommand = "cd " + quoted(source) + " && zip -q -r -y " + (deflate ? "-6 " : "-0 ") +
                           quoted(theirs) + " .";
   const auto files = regularFiles(source);
-  std::vector<std::function<void()>> zippers{[&] { ziploom::zipItem(source, ours, false, method); },
-                                             [&] { run(zipCommand); }};
+  std::vector<std::function<void()>> zippers{
+      [&] { frameloom::ziploom::zipItem(source, ours, false, method); }, [&] { run(zipCommand); }};
   if (withBare) {
     zippers.emplace_back([&] { bareZip(files, bare, deflate); });
   }
   const auto zipping = best(runs, clear, zippers);
 
-  ziploom::zipItem(source, ours, false, method);
+  frameloom::ziploom::zipItem(source, ours, false, method);
   const auto streams = bench::bareStreamsOf(ours);
   const auto unzipped = work.path() / "unzipped";
   const auto reset = [&] { fs::remove_all(unzipped); };
   std::vector<std::function<void()>> unzippers{
-      [&] { ziploom::unzipItem(ours, unzipped); },
+      [&] { frameloom::ziploom::unzipItem(ours, unzipped); },
       [&] { run("unzip -q " + quoted(ours) + " -d " + quoted(unzipped)); }};
   if (withBare) {
     unzippers.emplace_back([&] { bareUnzip(ours, streams, unzipped); });
@@ -316,8 +316,8 @@ int main(int argc, char** argv) {
   const auto source = work.path() / "source";
   const double size = static_cast<double>(makeMixedTree(source, megabytes << 20)) / 1e6;
   if (folderOnly) {
-    const auto times =
-        compareFolder(work, source, size, runs, ziploom::CompressionMethod::deflate, false, false);
+    const auto times = compareFolder(work, source, size, runs,
+                                     frameloom::ziploom::CompressionMethod::deflate, false, false);
     std::printf("%.1f %.3f %.3f %.3f %.3f\n", size, times[0], times[1], times[2], times[3]);
     return 0;
   }
@@ -325,8 +325,8 @@ int main(int argc, char** argv) {
   getloadavg(load, 1);
   std::printf("mixed folder: %.1f MB in %zu files; best of %d runs; load average %.2f\n", size,
               regularFiles(source).size(), runs, load[0]);
-  for (const auto method :
-       {ziploom::CompressionMethod::deflate, ziploom::CompressionMethod::none}) {
+  for (const auto method : {frameloom::ziploom::CompressionMethod::deflate,
+                            frameloom::ziploom::CompressionMethod::none}) {
     compareFolder(work, source, size, runs, method, true, true);
   }
   fs::remove_all(source);
@@ -336,15 +336,15 @@ int main(int argc, char** argv) {
   std::printf("10,000 files of 1 to 8 KB: %.1f MB\n", smallSize);
   const auto ours = work.path() / "ziploom.zip";
   const auto theirs = work.path() / "infozip.zip";
-  for (const auto method :
-       {ziploom::CompressionMethod::deflate, ziploom::CompressionMethod::none}) {
-    const bool deflate = method == ziploom::CompressionMethod::deflate;
+  for (const auto method : {frameloom::ziploom::CompressionMethod::deflate,
+                            frameloom::ziploom::CompressionMethod::none}) {
+    const bool deflate = method == frameloom::ziploom::CompressionMethod::deflate;
     const auto times = best(runs,
                             [&] {
                               fs::remove(ours);
                               fs::remove(theirs);
                             },
-                            {[&] { ziploom::zipItem(small, ours, false, method); },
+                            {[&] { frameloom::ziploom::zipItem(small, ours, false, method); },
                              [&] {
                                run("cd " + quoted(small) + " && zip -q -r -y " +
                                    (deflate ? "-6 " : "-0 ") + quoted(theirs) + " .");

@@ -5,7 +5,7 @@
 //
 // Usage: ziploom_memory_bench [megabytes (default 1024)]
 
-#include "ziploom/Archive.h"
+#include <frameloom/ziploom/Archive.h>
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -74,15 +74,15 @@ int main(int argc, char** argv) {
   for (const bool compressible : {true, false}) {
     const auto source = folder / "source.dat";
     makeFile(source, megabytes << 20, compressible);
-    for (const auto method :
-         {ziploom::CompressionMethod::deflate, ziploom::CompressionMethod::none}) {
+    for (const auto method : {frameloom::ziploom::CompressionMethod::deflate,
+                              frameloom::ziploom::CompressionMethod::none}) {
       const auto archivePath = folder / "archive.zip";
       const auto adding = peakMegabytesOf([&] {
-        ziploom::Archive archive(archivePath, ziploom::AccessMode::create);
-        archive.addEntry("source.dat", ziploom::Archive::RelativeTo{folder}, method);
+        frameloom::ziploom::Archive archive(archivePath, frameloom::ziploom::AccessMode::create);
+        archive.addEntry("source.dat", frameloom::ziploom::Archive::RelativeTo{folder}, method);
       });
       const auto extracting = peakMegabytesOf([&] {
-        ziploom::Archive archive(archivePath, ziploom::AccessMode::read);
+        frameloom::ziploom::Archive archive(archivePath, frameloom::ziploom::AccessMode::read);
         archive.extract(*archive["source.dat"], folder / "extracted.dat");
       });
       const bool same = fs::exists(folder / "extracted.dat") &&
@@ -94,8 +94,9 @@ int main(int argc, char** argv) {
         met = met && ok;
         std::printf("%-8s %-14s %-9s peak %7.1f MB  %s\n", what,
                     compressible ? "compressible" : "incompressible",
-                    method == ziploom::CompressionMethod::deflate ? "deflated" : "stored", peak,
-                    ok ? "met" : (same ? "missed" : "missed (extracted data differs)"));
+                    method == frameloom::ziploom::CompressionMethod::deflate ? "deflated"
+                                                                             : "stored",
+                    peak, ok ? "met" : (same ? "missed" : "missed (extracted data differs)"));
         std::fflush(stdout);
       }
       fs::remove(archivePath);

@@ -6,9 +6,9 @@
 // Input layout: one byte for the number of colours (1 to 4), four bytes per colour, one byte for
 // the precision, then the text.
 
-#include "frameloom/ColorMap.h"
-#include "frameloom/ColorReplacement.h"
-#include "frameloom/DotLottieFile.h"
+#include <frameloom/files/ColorMap.h>
+#include <frameloom/files/ColorReplacement.h>
+#include <frameloom/files/DotLottieFile.h>
 
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "frameloom/Version.h"
+#include <frameloom/Version.h>
 
 extern "C" {
 const double FrameloomVersionNumber = 1.0;

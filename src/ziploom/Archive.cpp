@@ -1,10 +1,11 @@
-#include "ziploom/Archive.h"
+#include "ziploom/ArchiveStream.h"
+#include <frameloom/ziploom/Archive.h>
 
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <cerrno>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 namespace {
 
@@ -189,11 +190,11 @@ Archive::Iterator& Archive::Iterator::operator++() {
 std::optional<Entry> Archive::operator[](std::string_view path) const {
   for (const auto& entry : *this) {
     const auto entryPath = pathEncoding_ ? entry.path(*pathEncoding_) : entry.path();
-    if (frameloom::platform::canonicallyEquivalent(entryPath, path)) {
+    if (canonicallyEquivalent(entryPath, path)) {
       return entry;
     }
   }
   return std::nullopt;
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

@@ -1,8 +1,9 @@
-#include "ziploom/Archive.h"
+#include "ziploom/ArchiveStream.h"
+#include <frameloom/ziploom/Archive.h>
 
 #include "ziploom/BlockIO.h"
-#include "ziploom/Compression.h"
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Compression.h>
+#include <frameloom/ziploom/Errors.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +12,7 @@
 #include <cerrno>
 #include <limits>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 namespace {
 
@@ -220,7 +221,7 @@ std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& 
     break;
   case EntryType::symlink:
     checksum = extract(entry, bufferSize, skipCRC32, progress, [&](ByteView bytes) {
-      if (!frameloom::platform::isValidUTF8(bytes)) {
+      if (!isValidUTF8(bytes)) {
         throw ArchiveError(ArchiveError::Code::invalidEntryPath);
       }
       const std::string target(bytes.begin(), bytes.end());
@@ -236,4 +237,4 @@ std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& 
   return checksum;
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

@@ -1,8 +1,9 @@
-#include "ziploom/Archive.h"
+#include "ziploom/ArchiveStream.h"
+#include <frameloom/ziploom/Archive.h>
 
-#include "ziploom/Errors.h"
 #include "ziploom/LittleEndian.h"
 #include "ziploom/StreamWriting.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <sys/stat.h>
 
@@ -10,7 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 using namespace writing;
 
@@ -203,4 +204,4 @@ void Archive::replaceFile(const std::filesystem::path& replacement) {
   archiveFile_ = std::move(file);
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

@@ -1,12 +1,12 @@
 #include "ziploom/ArchiveStream.h"
 
-#include "ziploom/Errors.h"
 #include "ziploom/LittleEndian.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <algorithm>
 #include <sys/types.h>
 
-namespace ziploom::stream {
+namespace frameloom::ziploom::stream {
 
 namespace {
 
@@ -117,4 +117,4 @@ locateZIP64EndOfCentralDirectory(std::FILE* file, std::uint64_t endRecordOffset)
   return ZIP64EndOfCentralDirectory{std::move(*record), std::move(*locator)};
 }
 
-} // namespace ziploom::stream
+} // namespace frameloom::ziploom::stream

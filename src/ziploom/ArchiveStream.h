@@ -1,7 +1,8 @@
 #pragma once
 
-#include "ziploom/Bytes.h"
-#include "ziploom/Records.h"
+#include <frameloom/platform/system/UniqueFile.h>
+#include <frameloom/ziploom/DataCallbacks.h>
+#include <frameloom/ziploom/Records.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -11,12 +12,9 @@
 
 // Reading records from an archive's stdio stream; shared by the archive's reading and writing
 // code. Nothing here keeps state: every read seeks first.
-namespace ziploom::stream {
+namespace frameloom::ziploom::stream {
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
+using platform::UniqueFile;
 
 // Reads up to `count` bytes from the current position: fewer at the end of the stream. Memory
 // grows with what is actually read, not with `count`. Throws DataError::unreadableFile when the
@@ -64,4 +62,4 @@ std::optional<EndOfCentralDirectory> locateEndOfCentralDirectory(std::FILE* file
 std::optional<ZIP64EndOfCentralDirectory>
 locateZIP64EndOfCentralDirectory(std::FILE* file, std::uint64_t endRecordOffset);
 
-} // namespace ziploom::stream
+} // namespace frameloom::ziploom::stream

@@ -1,9 +1,10 @@
-#include "ziploom/Archive.h"
+#include "ziploom/ArchiveStream.h"
+#include <frameloom/ziploom/Archive.h>
 
 #include "ziploom/BlockIO.h"
-#include "ziploom/Errors.h"
 #include "ziploom/LittleEndian.h"
 #include "ziploom/StreamWriting.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,7 +16,7 @@
 #include <functional>
 #include <limits>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 using EntryType = Entry::EntryType;
 using namespace writing;
@@ -150,10 +151,6 @@ void checkCancelled(const Archive::ProgressPointer& progress) {
   }
 }
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 struct FileItemStatus {
   EntryType type;
   std::int64_t size;
@@ -193,7 +190,7 @@ void withFileItem(const std::filesystem::path& url, Bytes& block,
 
   switch (type) {
   case EntryType::file: {
-    const std::unique_ptr<std::FILE, FileCloser> source(std::fopen(url.c_str(), "rb"));
+    const platform::UniqueFile source(std::fopen(url.c_str(), "rb"));
     if (!source) {
       throwPOSIXError(errno, url);
     }
@@ -527,4 +524,4 @@ std::int64_t Archive::totalUnitCountForAddingItem(const std::filesystem::path& u
   return S_ISDIR(status.st_mode) ? 1 : static_cast<std::int64_t>(status.st_size);
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

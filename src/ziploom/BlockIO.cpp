@@ -1,11 +1,11 @@
 #include "ziploom/BlockIO.h"
 
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <algorithm>
 #include <cstring>
 
-namespace ziploom::stream {
+namespace frameloom::ziploom::stream {
 
 ReadAhead::ReadAhead(std::FILE* file, std::uint64_t limit, Bytes& block)
     : file_(file), unread_(limit), block_(block) {
@@ -78,4 +78,4 @@ void WriteBehind::flush() {
   pending_.clear();
 }
 
-} // namespace ziploom::stream
+} // namespace frameloom::ziploom::stream

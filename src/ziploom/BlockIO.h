@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ziploom/Bytes.h"
+#include <frameloom/ziploom/DataCallbacks.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -11,7 +11,7 @@
 // lends, so that one allocation serves many entries (fresh pages for every entry would cost more
 // than the system calls saved). Each object runs on its caller's thread and uses the stream as if
 // it were alone on it until it is done.
-namespace ziploom::stream {
+namespace frameloom::ziploom::stream {
 
 inline constexpr std::size_t blockSize = 256 * 1024;
 
@@ -49,4 +49,4 @@ private:
   bool passedOn_ = false;
 };
 
-} // namespace ziploom::stream
+} // namespace frameloom::ziploom::stream

@@ -1,11 +1,11 @@
-#include "ziploom/Compression.h"
+#include <frameloom/ziploom/Compression.h>
 
 #include <zlib.h>
 
 #include <algorithm>
 #include <limits>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 namespace {
 
@@ -155,4 +155,4 @@ std::uint32_t decompress(std::int64_t size, std::int64_t bufferSize, bool skipCR
   return process(Direction::decode, size, bufferSize, skipCRC32, provider, consumer);
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

@@ -1,14 +1,12 @@
-#include "ziploom/Entry.h"
+#include <frameloom/ziploom/Entry.h>
 
-#include "ziploom/Defaults.h"
+#include <frameloom/ziploom/Defaults.h>
 
 #include <sys/stat.h>
 
 #include <ctime>
 
-namespace ziploom {
-
-using frameloom::platform::TextEncoding;
+namespace frameloom::ziploom {
 
 std::optional<Entry::EntryType> Entry::makeEntryType(int raw) {
   if (raw < 0 || raw > 2) {
@@ -18,8 +16,7 @@ std::optional<Entry::EntryType> Entry::makeEntryType(int raw) {
 }
 
 std::string Entry::path(TextEncoding encoding) const {
-  return frameloom::platform::decodeText(centralDirectoryStructure.fileNameData, encoding)
-      .value_or(std::string());
+  return decodeText(centralDirectoryStructure.fileNameData, encoding).value_or(std::string());
 }
 
 std::string Entry::path() const {
@@ -123,4 +120,4 @@ bool operator==(const Entry& lhs, const Entry& rhs) {
          lhs.path() == rhs.path();
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

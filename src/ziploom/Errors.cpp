@@ -1,8 +1,8 @@
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <system_error>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 namespace {
 
@@ -87,4 +87,4 @@ void throwPOSIXError(int errorNumber, const std::filesystem::path& path) {
                                           std::error_code(errorNumber, std::generic_category()));
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

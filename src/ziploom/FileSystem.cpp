@@ -1,7 +1,7 @@
-#include "ziploom/FileSystem.h"
+#include <frameloom/ziploom/FileSystem.h>
 
-#include "ziploom/Archive.h"
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Archive.h>
+#include <frameloom/ziploom/Errors.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 namespace fs = std::filesystem;
 
@@ -130,7 +130,7 @@ void zipItem(const fs::path& source, const fs::path& destination, bool shouldKee
 
 void unzipItem(const fs::path& source, const fs::path& destination, bool skipCRC32,
                bool allowUncontainedSymlinks, const ProgressPointer& progress,
-               std::optional<frameloom::platform::TextEncoding> pathEncoding) {
+               std::optional<TextEncoding> pathEncoding) {
   if (!isPresent(source)) {
     throw FileError(FileError::Code::fileReadNoSuchFile, source);
   }
@@ -168,9 +168,8 @@ void unzipItem(const fs::path& source, const fs::path& destination, bool skipCRC
 }
 
 void unzipItem(const fs::path& source, const fs::path& destination, bool skipCRC32,
-               const ProgressPointer& progress,
-               std::optional<frameloom::platform::TextEncoding> preferredEncoding) {
+               const ProgressPointer& progress, std::optional<TextEncoding> preferredEncoding) {
   unzipItem(source, destination, skipCRC32, false, progress, preferredEncoding);
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "ziploom/Bytes.h"
+#include <frameloom/ziploom/DataCallbacks.h>
 
 #include <cstddef>
 #include <cstdint>
 
 // Little-endian integer access for record parsing and serialising. Callers check bounds first.
-namespace ziploom::littleEndian {
+namespace frameloom::ziploom::littleEndian {
 
 inline std::uint16_t readU16(ByteView bytes, std::size_t offset) {
   return static_cast<std::uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
@@ -33,4 +33,4 @@ inline void append(Bytes& bytes, ByteView data) {
   bytes.insert(bytes.end(), data.begin(), data.end());
 }
 
-} // namespace ziploom::littleEndian
+} // namespace frameloom::ziploom::littleEndian

@@ -1,12 +1,12 @@
-#include "ziploom/MemoryFile.h"
+#include <frameloom/ziploom/MemoryFile.h>
 
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 namespace {
 
@@ -134,4 +134,4 @@ std::int64_t MemoryFile::seek(std::int64_t offset, int whence) {
   return position;
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

@@ -1,10 +1,10 @@
-#include "ziploom/Records.h"
+#include <frameloom/ziploom/Records.h>
 
 #include "ziploom/LittleEndian.h"
 
 #include <algorithm>
 
-namespace ziploom {
+namespace frameloom::ziploom {
 
 using namespace littleEndian;
 using Field = ZIP64ExtendedInformation::Field;
@@ -419,4 +419,4 @@ Bytes ZIP64EndOfCentralDirectoryLocator::data() const {
   return bytes;
 }
 
-} // namespace ziploom
+} // namespace frameloom::ziploom

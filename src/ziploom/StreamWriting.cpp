@@ -1,11 +1,11 @@
 #include "ziploom/StreamWriting.h"
 
 #include "ziploom/ArchiveStream.h"
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <algorithm>
 
-namespace ziploom::writing {
+namespace frameloom::ziploom::writing {
 
 void write(std::FILE* file, ByteView bytes) {
   if ((!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) ||
@@ -84,4 +84,4 @@ EndRecords writeEndRecords(const EndRecords& former, std::uint64_t size, std::ui
   return result;
 }
 
-} // namespace ziploom::writing
+} // namespace frameloom::ziploom::writing

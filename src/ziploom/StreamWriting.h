@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ziploom/Bytes.h"
-#include "ziploom/Records.h"
+#include <frameloom/ziploom/DataCallbacks.h>
+#include <frameloom/ziploom/Records.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -10,7 +10,7 @@
 // Stream writing and end-record bookkeeping shared by adding and removing entries. Every write
 // failure throws DataError::unwritableFile; a position the stream cannot report or reach throws
 // ArchiveError::unwritableArchive.
-namespace ziploom::writing {
+namespace frameloom::ziploom::writing {
 
 inline constexpr std::uint32_t marker32 = 0xFFFFFFFF;
 inline constexpr std::uint16_t marker16 = 0xFFFF;
@@ -43,4 +43,4 @@ EndRecords writeEndRecords(const EndRecords& former, std::uint64_t size, std::ui
                            std::uint64_t centralDirectoryOffset, std::uint64_t endRecordsOffset,
                            std::FILE* file);
 
-} // namespace ziploom::writing
+} // namespace frameloom::ziploom::writing

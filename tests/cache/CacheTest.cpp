@@ -1,11 +1,11 @@
 #include "../tool/ToolRun.h"
 #include "TestHttpServer.h"
-#include "frameloom/CacheFolder.h"
-#include "frameloom/CacheKey.h"
-#include "frameloom/LottieCache.h"
-#include "frameloom/MemoryCache.h"
-#include "platform/runtime/MainLoop.h"
-#include "platform/runtime/SharedExecutor.h"
+#include "frameloom/cache/CacheFolder.h"
+#include "frameloom/cache/CacheKey.h"
+#include "frameloom/cache/MemoryCache.h"
+#include <frameloom/cache/LottieCache.h>
+#include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/platform/runtime/SharedExecutor.h>
 
 #include <asio/co_spawn.hpp>
 #include <asio/use_future.hpp>

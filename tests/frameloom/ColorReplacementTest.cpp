@@ -1,5 +1,5 @@
-#include "frameloom/ColorMap.h"
-#include "frameloom/DotLottieFile.h"
+#include <frameloom/files/ColorMap.h>
+#include <frameloom/files/DotLottieFile.h>
 
 #include <gtest/gtest.h>
 

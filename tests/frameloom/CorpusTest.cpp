@@ -2,8 +2,8 @@
 // when they are present (FRAMELOOM_CORPUS, else /work/shared/corpus).
 
 #include "TestArchives.h"
-#include "frameloom/DotLottieError.h"
-#include "frameloom/DotLottieFile.h"
+#include <frameloom/files/DotLottieError.h>
+#include <frameloom/files/DotLottieFile.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

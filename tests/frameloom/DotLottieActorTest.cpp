@@ -1,8 +1,8 @@
-#include "frameloom/DotLottieActor.h"
-#include "frameloom/DotLottieError.h"
-#include "platform/runtime/MainLoop.h"
-#include "platform/runtime/SharedExecutor.h"
-#include "platform/runtime/Task.h"
+#include <frameloom/actor/DotLottieActor.h>
+#include <frameloom/files/DotLottieError.h>
+#include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/platform/runtime/SharedExecutor.h>
+#include <frameloom/platform/runtime/Task.h>
 
 #include "../renderer/ArchiveSamples.h"
 #include "../renderer/LottieSamples.h"

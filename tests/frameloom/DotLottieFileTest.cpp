@@ -1,6 +1,6 @@
-#include "frameloom/DotLottieFile.h"
 #include "TestArchives.h"
-#include "ziploom/Errors.h"
+#include <frameloom/files/DotLottieFile.h>
+#include <frameloom/ziploom/Errors.h>
 
 #include <gtest/gtest.h>
 
@@ -56,7 +56,7 @@ TEST(SizeReader, ReadsTheFirstAnimationOrTellsWhyNot) {
   }
   // An archive error passes through as it is.
   frameloom::testing::writeFile(folder.path() / "not.lottie", "not a zip archive");
-  EXPECT_THROW(DotLottieFile(folder.path() / "not.lottie"), ziploom::ArchiveError);
+  EXPECT_THROW(DotLottieFile(folder.path() / "not.lottie"), frameloom::ziploom::ArchiveError);
 }
 
 TEST(LottieHead, DecodesTopLevelNumbersOnly) {

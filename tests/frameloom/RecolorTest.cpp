@@ -1,6 +1,6 @@
 #include "TestArchives.h"
-#include "frameloom/DotLottieError.h"
-#include "frameloom/DotLottieFile.h"
+#include <frameloom/files/DotLottieError.h>
+#include <frameloom/files/DotLottieFile.h>
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 // Test helpers: a temporary folder removed on destruction, and ZIP archives written by Python's
 // zipfile, so that the files under test are not made by the code under test.
 
-#include "ziploom/Archive.h"
+#include <frameloom/ziploom/Archive.h>
 
 #include <gtest/gtest.h>
 
@@ -65,11 +65,12 @@ inline void makeArchive(const std::filesystem::path& archive, const ArchiveEntri
 // stored uncompressed.
 inline ArchiveEntries entries(const std::filesystem::path& path, bool stored = false) {
   ArchiveEntries files;
-  ziploom::Archive archive(path, ziploom::AccessMode::read);
+  frameloom::ziploom::Archive archive(path, frameloom::ziploom::AccessMode::read);
   for (const auto& entry : archive) {
     EXPECT_TRUE(!stored || entry.localFileHeader.compressionMethod == 0) << entry.path();
     std::string& data = files.emplace_back(entry.path(), std::string()).second;
-    archive.extract(entry, [&data](ziploom::ByteView c) { data.append(c.begin(), c.end()); });
+    archive.extract(entry,
+                    [&data](frameloom::platform::ByteView c) { data.append(c.begin(), c.end()); });
   }
   return files;
 }

@@ -1,7 +1,7 @@
-#include "platform/graphics/Color.h"
-#include "platform/graphics/ContactSheet.h"
-#include "platform/graphics/Image.h"
-#include "platform/graphics/Png.h"
+#include <frameloom/platform/graphics/Color.h>
+#include <frameloom/platform/graphics/ContactSheet.h>
+#include <frameloom/platform/graphics/Image.h>
+#include <frameloom/platform/graphics/Png.h>
 
 #include <gtest/gtest.h>
 #include <png.h>

@@ -1,5 +1,5 @@
 #include "RequestRecorder.h"
-#include "platform/runtime/Cancellation.h"
+#include <frameloom/platform/runtime/Cancellation.h>
 
 #include <asio/post.hpp>
 #include <asio/this_coro.hpp>
@@ -32,14 +32,15 @@ public:
   std::vector<float> rendered; // those not cancelled before rendering
   std::function<void()> afterRender;
 
-  asio::awaitable<ziploom::Bytes> loadLottie(platform::Url from) override {
+  asio::awaitable<frameloom::platform::Bytes> loadLottie(platform::Url from) override {
     loads.push_back("cache " + from.absoluteString());
-    co_return ziploom::Bytes(3, 1);
+    co_return frameloom::platform::Bytes(3, 1);
   }
   asio::awaitable<Model> load(platform::Url from, std::optional<platform::Size> size) override {
     co_return loaded("file " + from.absoluteString(), size);
   }
-  asio::awaitable<Model> load(ziploom::Bytes from, std::optional<platform::Size> size) override {
+  asio::awaitable<Model> load(frameloom::platform::Bytes from,
+                              std::optional<platform::Size> size) override {
     co_return loaded("bytes " + std::to_string(from.size()), size);
   }
   asio::awaitable<Frame> seek(float frame, Model) override {
@@ -120,7 +121,7 @@ protected:
     auto bytes = std::span(reinterpret_cast<const std::uint8_t*>(json.data()), json.size());
     services->nextModel =
         frames > 0
-            ? std::make_shared<platform::DotLottieAnimation>(bytes, platform::AnimationConfig{})
+            ? std::make_shared<renderer::DotLottieAnimation>(bytes, renderer::AnimationConfig{})
             : nullptr;
     MainLoop::shared().runUntilComplete(player->loadAnimation(*platform::Url::parse(url)));
   }

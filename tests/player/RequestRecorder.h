@@ -1,8 +1,8 @@
 #pragma once
 
-#include "frameloom/LottiePlayer.h"
-#include "frameloom/PlayerServices.h"
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/player/LottiePlayer.h>
+#include <frameloom/player/PlayerServices.h>
 
 #include <chrono>
 #include <map>
@@ -32,13 +32,14 @@ public:
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
   }
-  asio::awaitable<ziploom::Bytes> loadLottie(platform::Url from) override {
+  asio::awaitable<frameloom::platform::Bytes> loadLottie(platform::Url from) override {
     co_return co_await inner_->loadLottie(std::move(from));
   }
   asio::awaitable<Model> load(platform::Url from, std::optional<platform::Size> size) override {
     co_return co_await inner_->load(std::move(from), size);
   }
-  asio::awaitable<Model> load(ziploom::Bytes from, std::optional<platform::Size> size) override {
+  asio::awaitable<Model> load(frameloom::platform::Bytes from,
+                              std::optional<platform::Size> size) override {
     co_return co_await inner_->load(std::move(from), size);
   }
   asio::awaitable<Frame> seek(float frame, Model model) override {

@@ -1,7 +1,7 @@
-#include "platform/graphics/Png.h"
-#include "platform/renderer/DotLottieAnimation.h"
-#include "platform/renderer/LottieDocument.h"
-#include "platform/renderer/PictureInlining.h"
+#include "renderer/LottieDocument.h"
+#include "renderer/PictureInlining.h"
+#include <frameloom/platform/graphics/Png.h>
+#include <frameloom/renderer/DotLottieAnimation.h>
 
 #include "ArchiveSamples.h"
 #include "LottieSamples.h"
@@ -14,7 +14,8 @@
 #include <fstream>
 #include <limits>
 
-namespace frameloom::platform {
+namespace frameloom::renderer {
+using namespace frameloom::platform;
 namespace {
 
 using testing::bytesOf;
@@ -232,4 +233,4 @@ TEST(DotLottieArchiveTest, HundredsOfAnimationsComeAndGo) {
 }
 
 } // namespace
-} // namespace frameloom::platform
+} // namespace frameloom::renderer

@@ -1,8 +1,8 @@
-#include "platform/runtime/DisplayLink.h"
-#include "platform/runtime/MainLoop.h"
-#include "platform/runtime/SerialExecutor.h"
-#include "platform/runtime/SharedExecutor.h"
-#include "platform/runtime/Task.h"
+#include <frameloom/platform/runtime/DisplayLink.h>
+#include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/platform/runtime/SerialExecutor.h>
+#include <frameloom/platform/runtime/SharedExecutor.h>
+#include <frameloom/platform/runtime/Task.h>
 
 #include <asio/post.hpp>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
-#include "platform/system/Directories.h"
-#include "platform/system/LowMemorySignal.h"
-#include "platform/system/Url.h"
-#include "platform/system/Uuid.h"
+#include <frameloom/platform/system/Directories.h>
+#include <frameloom/platform/system/LowMemorySignal.h>
+#include <frameloom/platform/system/Url.h>
+#include <frameloom/platform/system/Uuid.h>
 
 #include <gtest/gtest.h>
 

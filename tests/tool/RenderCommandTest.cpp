@@ -1,6 +1,6 @@
 // Runs the built tool's render command on archives the test makes.
 
-#include "platform/graphics/Png.h"
+#include <frameloom/platform/graphics/Png.h>
 
 #include "../frameloom/TestArchives.h"
 #include "../renderer/ArchiveSamples.h"

@@ -1,11 +1,11 @@
 #include "Support.h"
 
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <gmock/gmock.h>
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 using ::testing::ElementsAre;
 
 namespace {
@@ -36,7 +36,7 @@ TEST(Archive, LookupUsesCanonicalEquivalenceAndNothingElse) {
   const auto cp437 = buildArchive({{.name = "na\x8Ave", .data = bytesOf("x"), .flags = 0}});
   EXPECT_TRUE(Archive(cp437, AccessMode::read)["na\xC3\xA8ve"]);
   EXPECT_FALSE(
-      Archive(cp437, AccessMode::read, frameloom::platform::TextEncoding::utf8)["na\xC3\xA8ve"]);
+      Archive(cp437, AccessMode::read, frameloom::ziploom::TextEncoding::utf8)["na\xC3\xA8ve"]);
 }
 
 TEST(Archive, CreateWritesAnEmptyArchiveAndNeverReplacesAFile) {

@@ -1,14 +1,14 @@
 #include "Support.h"
 
-#include "ziploom/Errors.h"
-#include "ziploom/FileSystem.h"
+#include <frameloom/ziploom/Errors.h>
+#include <frameloom/ziploom/FileSystem.h>
 
 #include <fcntl.h>
 
 #include <sstream>
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 using EntryType = Entry::EntryType;
 using frameloom::platform::Progress;
 

@@ -1,9 +1,9 @@
 #include "Support.h"
 
-#include "ziploom/Compression.h"
+#include <frameloom/ziploom/Compression.h>
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 
 namespace {
 

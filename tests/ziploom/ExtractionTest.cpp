@@ -1,11 +1,11 @@
 #include "Support.h"
 
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Errors.h>
 
 #include <sys/stat.h>
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "Support.h"
 
-#include "ziploom/Errors.h"
-#include "ziploom/FileSystem.h"
+#include <frameloom/ziploom/Errors.h>
+#include <frameloom/ziploom/FileSystem.h>
 
 #include <sys/stat.h>
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 
 namespace {
 

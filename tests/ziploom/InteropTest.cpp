@@ -4,8 +4,8 @@
 
 #include <sstream>
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 
 namespace {
 

@@ -2,8 +2,8 @@
 // carry the "large" label.
 #include "Support.h"
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 
 // A deflated entry of more than 4 GiB (ZIP64 sizes), then a stored one that pushes the next
 // entry's offset and the central directory past 4 GiB. Info-ZIP and Python read them, and the

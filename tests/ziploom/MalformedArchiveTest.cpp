@@ -2,11 +2,11 @@
 // out-of-bounds access (run under AddressSanitizer to see the latter).
 #include "Support.h"
 
-#include "ziploom/Compression.h"
-#include "ziploom/Errors.h"
+#include <frameloom/ziploom/Compression.h>
+#include <frameloom/ziploom/Errors.h>
 
-using namespace ziploom;
-using namespace ziploom::testsupport;
+using namespace frameloom::ziploom;
+using namespace frameloom::ziploom::testsupport;
 
 namespace {
 

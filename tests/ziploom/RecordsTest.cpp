@@ -1,12 +1,12 @@
 #include "Support.h"
 
-#include "ziploom/Entry.h"
 #include "ziploom/LittleEndian.h"
-#include "ziploom/Records.h"
+#include <frameloom/ziploom/Entry.h>
+#include <frameloom/ziploom/Records.h>
 
-using namespace ziploom;
+using namespace frameloom::ziploom;
+using frameloom::ziploom::testsupport::extraBlock;
 using littleEndian::append;
-using ziploom::testsupport::extraBlock;
 using EntryType = Entry::EntryType;
 
 namespace {

@@ -1,7 +1,7 @@
 #include "Support.h"
 
 #include "ziploom/LittleEndian.h"
-#include "ziploom/Records.h"
+#include <frameloom/ziploom/Records.h>
 
 #include <sys/stat.h>
 
@@ -11,7 +11,7 @@
 #include <iterator>
 #include <random>
 
-namespace ziploom::testsupport {
+namespace frameloom::ziploom::testsupport {
 
 using littleEndian::append;
 
@@ -228,4 +228,4 @@ std::map<std::string, Item> snapshot(const fs::path& root) {
   return items;
 }
 
-} // namespace ziploom::testsupport
+} // namespace frameloom::ziploom::testsupport

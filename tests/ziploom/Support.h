@@ -1,8 +1,8 @@
 #pragma once
 
-#include "ziploom/Archive.h"
-#include "ziploom/Bytes.h"
-#include "ziploom/Compression.h"
+#include <frameloom/ziploom/Archive.h>
+#include <frameloom/ziploom/Compression.h>
+#include <frameloom/ziploom/DataCallbacks.h>
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@
 
 // Test support: archives assembled byte by byte, so that tests control every field; temporary
 // folders, files and trees; and the outside tools (Info-ZIP, Python's zipfile) tests compare with.
-namespace ziploom::testsupport {
+namespace frameloom::ziploom::testsupport {
 
 namespace fs = std::filesystem;
 
@@ -103,4 +103,4 @@ struct Item {
 };
 std::map<std::string, Item> snapshot(const fs::path& root);
 
-} // namespace ziploom::testsupport
+} // namespace frameloom::ziploom::testsupport

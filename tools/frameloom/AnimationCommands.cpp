@@ -1,9 +1,9 @@
 #include "AnimationCommands.h"
 
 #include "ColorArguments.h"
-#include "frameloom/DotLottieActor.h"
-#include "frameloom/DotLottieFile.h"
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/actor/DotLottieActor.h>
+#include <frameloom/files/DotLottieFile.h>
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <algorithm>
 #include <cctype>

@@ -2,10 +2,10 @@
 
 #include "ProgressBar.h"
 
-#include "ziploom/Archive.h"
-#include "ziploom/Compression.h"
-#include "ziploom/Errors.h"
-#include "ziploom/FileSystem.h"
+#include <frameloom/ziploom/Archive.h>
+#include <frameloom/ziploom/Compression.h>
+#include <frameloom/ziploom/Errors.h>
+#include <frameloom/ziploom/FileSystem.h>
 
 #include <cstdio>
 #include <memory>
@@ -78,7 +78,7 @@ void cat(const std::string& archivePath, const std::string& entryPath) {
     if (!entry) {
       throw std::runtime_error(archivePath + ": no entry " + entryPath);
     }
-    const auto checksum = archive.extract(*entry, [](ziploom::ByteView chunk) {
+    const auto checksum = archive.extract(*entry, [](platform::ByteView chunk) {
       if (!chunk.empty() && std::fwrite(chunk.data(), 1, chunk.size(), stdout) != chunk.size()) {
         throw std::runtime_error("cannot write to standard output");
       }

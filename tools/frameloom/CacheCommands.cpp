@@ -1,7 +1,7 @@
 #include "CacheCommands.h"
 
-#include "frameloom/LottieCache.h"
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/cache/LottieCache.h>
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <iostream>
 #include <memory>

@@ -3,13 +3,13 @@
 #include "ColorArguments.h"
 #include "DemoAnimation.h"
 #include "ProgressBar.h"
-#include "frameloom/DotLottieActor.h"
-#include "frameloom/DotLottieFile.h"
-#include "frameloom/LottiePlayer.h"
-#include "platform/graphics/ContactSheet.h"
-#include "platform/graphics/Png.h"
-#include "platform/runtime/MainLoop.h"
-#include "ziploom/Archive.h"
+#include <frameloom/actor/DotLottieActor.h>
+#include <frameloom/files/DotLottieFile.h>
+#include <frameloom/platform/graphics/ContactSheet.h>
+#include <frameloom/platform/graphics/Png.h>
+#include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/player/LottiePlayer.h>
+#include <frameloom/ziploom/Archive.h>
 
 #include <asio/steady_timer.hpp>
 #include <asio/this_coro.hpp>
@@ -186,17 +186,17 @@ constexpr const char* demoId = "frameloom_demo";
 
 // The bundled animation as a .lottie archive: a manifest naming it and the JSON under
 // animations/.
-ziploom::Bytes packDemoLottie() {
+platform::Bytes packDemoLottie() {
   const std::string manifest = std::string(R"({"version":"1","generator":"frameloom",)") +
                                R"("animations":[{"id":")" + demoId + R"("}]})";
-  ziploom::Archive archive(ziploom::Bytes{}, ziploom::AccessMode::create);
+  ziploom::Archive archive(platform::Bytes{}, ziploom::AccessMode::create);
   auto add = [&archive](const std::string& path, std::string_view text) {
     archive.addEntry(path, ziploom::Entry::EntryType::file, static_cast<std::int64_t>(text.size()),
                      std::chrono::system_clock::now(), 0644, ziploom::CompressionMethod::deflate,
                      ziploom::defaultWriteChunkSize, nullptr,
                      [text](std::int64_t position, std::int64_t count) {
                        auto begin = text.begin() + position;
-                       return ziploom::Bytes(begin, begin + count);
+                       return platform::Bytes(begin, begin + count);
                      });
   };
   add("manifest.json", manifest);
@@ -204,7 +204,7 @@ ziploom::Bytes packDemoLottie() {
   return *archive.data();
 }
 
-void writeFile(const fs::path& path, const ziploom::Bytes& bytes) {
+void writeFile(const fs::path& path, const platform::Bytes& bytes) {
   const fs::path partial = path.string() + ".partial";
   {
     std::FILE* file = std::fopen(partial.c_str(), "wb");

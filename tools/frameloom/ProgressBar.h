@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/core/Progress.h"
+#include <frameloom/platform/core/Progress.h>
 
 #include <chrono>
 #include <memory>

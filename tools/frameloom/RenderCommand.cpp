@@ -2,11 +2,11 @@
 
 #include "ColorArguments.h"
 #include "ProgressBar.h"
-#include "frameloom/DotLottieActor.h"
-#include "frameloom/LottieCache.h"
-#include "platform/graphics/ContactSheet.h"
-#include "platform/graphics/Png.h"
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/actor/DotLottieActor.h>
+#include <frameloom/cache/LottieCache.h>
+#include <frameloom/platform/graphics/ContactSheet.h>
+#include <frameloom/platform/graphics/Png.h>
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <charconv>
 #include <cmath>

@@ -8,8 +8,8 @@
 #include "CacheCommands.h"
 #include "PlayCommands.h"
 #include "RenderCommand.h"
-#include "frameloom/Version.h"
-#include "platform/runtime/SharedExecutor.h"
+#include <frameloom/Version.h>
+#include <frameloom/platform/runtime/SharedExecutor.h>
 
 #include <CLI/CLI.hpp>
 

@@ -1,4 +1,4 @@
-#include "platform/core/Progress.h"
+#include <frameloom/platform/core/Progress.h>
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "platform/graphics/Color.h"
+#include <frameloom/platform/graphics/Color.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "platform/graphics/ContactSheet.h"
+#include <frameloom/platform/graphics/ContactSheet.h>
 
 #include <algorithm>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include "platform/graphics/Image.h"
+#include <frameloom/platform/graphics/Image.h>
 
 #include <algorithm>
 #include <stdexcept>

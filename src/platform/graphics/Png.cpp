@@ -1,4 +1,4 @@
-#include "platform/graphics/Png.h"
+#include <frameloom/platform/graphics/Png.h>
 
 #include <png.h>
 

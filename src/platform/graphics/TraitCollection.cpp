@@ -1,4 +1,4 @@
-#include "platform/graphics/TraitCollection.h"
+#include <frameloom/platform/graphics/TraitCollection.h>
 
 namespace frameloom::platform {
 

@@ -1,4 +1,4 @@
-#include "platform/graphics/Webp.h"
+#include <frameloom/platform/graphics/Webp.h>
 
 #include <webp/decode.h>
 

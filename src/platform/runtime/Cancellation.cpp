@@ -1,4 +1,4 @@
-#include "platform/runtime/Cancellation.h"
+#include <frameloom/platform/runtime/Cancellation.h>
 
 namespace frameloom::platform {
 namespace {

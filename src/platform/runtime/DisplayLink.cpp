@@ -1,6 +1,6 @@
-#include "platform/runtime/DisplayLink.h"
+#include <frameloom/platform/runtime/DisplayLink.h>
 
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <cmath>
 

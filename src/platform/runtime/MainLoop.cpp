@@ -1,4 +1,4 @@
-#include "platform/runtime/MainLoop.h"
+#include <frameloom/platform/runtime/MainLoop.h>
 
 #include <asio/executor_work_guard.hpp>
 

@@ -1,4 +1,4 @@
-#include "platform/runtime/RuntimeError.h"
+#include <frameloom/platform/runtime/RuntimeError.h>
 
 namespace frameloom::platform {
 namespace {

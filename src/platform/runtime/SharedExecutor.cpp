@@ -1,4 +1,4 @@
-#include "platform/runtime/SharedExecutor.h"
+#include <frameloom/platform/runtime/SharedExecutor.h>
 
 #include <algorithm>
 #include <cstdlib>

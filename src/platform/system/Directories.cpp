@@ -1,4 +1,4 @@
-#include "platform/system/Directories.h"
+#include <frameloom/platform/system/Directories.h>
 
 #include <pwd.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "platform/system/LowMemorySignal.h"
+#include <frameloom/platform/system/LowMemorySignal.h>
 
 #include <utility>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "platform/system/Url.h"
+#include <frameloom/platform/system/Url.h>
 
 #include <curl/curl.h>
 

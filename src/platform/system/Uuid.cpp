@@ -1,4 +1,4 @@
-#include "platform/system/Uuid.h"
+#include <frameloom/platform/system/Uuid.h>
 
 #include <uuid/uuid.h>
 

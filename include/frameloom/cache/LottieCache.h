@@ -1,0 +1,89 @@
+#pragma once
+
+#include <frameloom/cache/CacheFolder.h>
+#include <frameloom/cache/HttpTransfer.h>
+#include <frameloom/cache/LottieCacheError.h>
+#include <frameloom/cache/MemoryCache.h>
+#include <frameloom/platform/system/LowMemorySignal.h>
+#include <frameloom/platform/system/Url.h>
+
+#include <asio/awaitable.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <variant>
+#include <vector>
+
+namespace frameloom {
+
+// Fetches the bytes of .lottie files by URL through two levels: a memory level bounded by 100
+// entries and 52,428,800 bytes, and a folder with one file per URL, named by the URL's cache key,
+// that survives the process. A miss of both is one HTTP GET; only status 200 with a non-empty
+// body is accepted and stored. The folder is trimmed to 104,857,600 bytes when the cache is made
+// and after any download that takes it past 209,715,200 bytes.
+//
+// Thread-safe without a lock of its own: loads, trims and wipes may run at once from any thread.
+// Disk and network work runs on the shared executor; a memory hit completes on the caller's
+// executor without touching the file system. Trims and wipes started by the cache run as detached
+// tasks and report nothing. A low-memory signal empties the memory level.
+class LottieCache {
+public:
+  // Shared immutable bytes: a hit hands out the cached buffer itself, never a copy.
+  using Data = std::shared_ptr<const std::vector<std::uint8_t>>;
+
+  static constexpr std::int64_t maxMemorySize = 52'428'800;
+  static constexpr std::size_t maxMemoryCount = 100;
+  static constexpr std::int64_t maxDiskSize = 209'715'200;
+  static constexpr std::int64_t diskTrimTarget = 104'857'600;
+
+  // The process-wide cache in <user caches directory>/LottieCache, made on first use (safe from
+  // several threads at once) and never destroyed.
+  static LottieCache& shared();
+
+  // A cache over `cacheFolder`, which is created if missing (a failure shows later as write
+  // errors). Subscribes to the low-memory signal and starts a trim of the folder.
+  explicit LottieCache(std::filesystem::path cacheFolder, TransferLimits limits = {});
+  virtual ~LottieCache();
+  LottieCache(const LottieCache&) = delete;
+  LottieCache& operator=(const LottieCache&) = delete;
+
+  // The bytes for `from`, from memory, else the folder, else the network. Throws
+  // LottieCacheError: diskReadError(cause) when a cached file cannot be read, and for a download
+  // networkError(cause) wrapping the transfer's TransferError, networkError(HttpStatusError),
+  // invalidData (empty body) or diskWriteError(cause).
+  virtual asio::awaitable<Data> loadLottie(platform::Url from);
+
+  // Empties the memory level at once and starts wiping the folder in the background.
+  virtual void clearCache();
+
+  // The total byte count of the folder's files; 0 when it cannot be listed.
+  asio::awaitable<std::int64_t> diskCacheSize();
+  // Deletes the oldest files until the folder holds at most diskTrimTarget bytes; prints
+  // "Failed to remove cache file: ..." for a file it cannot delete and goes on.
+  asio::awaitable<void> trimDiskCache();
+  // Deletes every item of the folder; throws std::filesystem::filesystem_error on the first
+  // failure (listing or deletion).
+  asio::awaitable<void> removeAllDiskFiles();
+
+  const std::filesystem::path& cacheFolder() const { return folder_.path(); }
+  // Where the bytes of `url` are (or would be) stored.
+  std::filesystem::path cacheFile(const platform::Url& url) const;
+
+private:
+  // What the shared executor hands back to a load: the bytes or the error, thrown on the caller's
+  // side so that no exception object is shared between threads.
+  using Outcome = std::variant<Data, LottieCacheError>;
+
+  asio::awaitable<Outcome> loadFromDiskOrNetwork(platform::Url from, std::string key);
+  Data readFromDisk(const std::string& key);
+  Data downloadAndCache(const platform::Url& from, const std::string& key);
+  void handleMemoryWarning();
+
+  MemoryCache memoryCache_{maxMemoryCount, maxMemorySize};
+  const CacheFolder folder_;
+  const TransferLimits limits_;
+  platform::LowMemorySignal::Subscription memoryWarnings_;
+};
+
+} // namespace frameloom

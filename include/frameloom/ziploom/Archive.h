@@ -1,0 +1,239 @@
+#pragma once
+
+#include <frameloom/platform/core/Progress.h>
+#include <frameloom/platform/system/UniqueFile.h>
+#include <frameloom/ziploom/AccessMode.h>
+#include <frameloom/ziploom/Compression.h>
+#include <frameloom/ziploom/DataCallbacks.h>
+#include <frameloom/ziploom/Defaults.h>
+#include <frameloom/ziploom/Entry.h>
+#include <frameloom/ziploom/MemoryFile.h>
+#include <frameloom/ziploom/Records.h>
+#include <frameloom/ziploom/Text.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace frameloom::ziploom {
+
+// One ZIP archive, backed by a file or by bytes in memory. Owns the one stdio stream through
+// which everything is read and written, and closes it when destroyed. Opening reads only the end
+// of central directory records; entries are read from the central directory on each enumeration.
+//
+// Not thread-safe: every operation seeks the shared stream, so use an archive from one thread
+// at a time. Throws ArchiveError, DataError, MemoryFileError, FileError, the errors of
+// ziploom::decompress and std::filesystem::filesystem_error for failing system calls.
+class Archive {
+public:
+  using AccessMode = ziploom::AccessMode;
+  using EndOfCentralDirectoryRecord = ziploom::EndOfCentralDirectoryRecord;
+  using ZIP64EndOfCentralDirectoryRecord = ziploom::ZIP64EndOfCentralDirectoryRecord;
+  using ZIP64EndOfCentralDirectoryLocator = ziploom::ZIP64EndOfCentralDirectoryLocator;
+  using ZIP64EndOfCentralDirectory = ziploom::ZIP64EndOfCentralDirectory;
+  using MemoryFile = ziploom::MemoryFile;
+  using ProgressPointer = std::shared_ptr<frameloom::platform::Progress>;
+  using TextEncoding = ziploom::TextEncoding;
+
+  // Walks the central directory in order. Ends silently at the first record that cannot be
+  // read, and at the first encrypted entry.
+  class Iterator {
+  public:
+    using value_type = Entry;
+    using difference_type = std::ptrdiff_t;
+    using iterator_concept = std::input_iterator_tag;
+
+    Iterator() = default;
+    const Entry& operator*() const { return *current_; }
+    const Entry* operator->() const { return &*current_; }
+    Iterator& operator++();
+    void operator++(int) { ++*this; }
+    bool operator==(std::default_sentinel_t) const { return !current_; }
+
+  private:
+    friend class Archive;
+    explicit Iterator(const Archive* archive);
+
+    const Archive* archive_ = nullptr;
+    std::uint64_t total_ = 0;
+    std::uint64_t index_ = 0;
+    std::uint64_t position_ = 0;
+    std::optional<Entry> current_;
+  };
+
+  // Opens the archive at `url`; `create` first writes an empty archive there and fails when
+  // something exists. `pathEncoding`, when given, decodes every entry path for lookups.
+  Archive(const std::filesystem::path& url, AccessMode accessMode,
+          std::optional<TextEncoding> pathEncoding = std::nullopt);
+  // Opens an archive over `data` in memory (empty for `create`).
+  Archive(Bytes data, AccessMode accessMode,
+          std::optional<TextEncoding> pathEncoding = std::nullopt);
+
+  // The same, with nothing returned instead of any error.
+  static std::unique_ptr<Archive>
+  make(const std::filesystem::path& url, AccessMode accessMode,
+       std::optional<TextEncoding> preferredEncoding = std::nullopt);
+  static std::unique_ptr<Archive>
+  make(Bytes data, AccessMode accessMode,
+       std::optional<TextEncoding> preferredEncoding = std::nullopt);
+
+  Archive(const Archive&) = delete;
+  Archive& operator=(const Archive&) = delete;
+  ~Archive();
+
+  // The archive's path, or "memory://" for an archive in memory.
+  const std::string& url() const { return url_; }
+  AccessMode accessMode() const { return accessMode_; }
+  bool isMemoryBacked() const { return memoryFile_ != nullptr; }
+  // A copy of the bytes of an archive in memory; nothing for a file-backed one.
+  std::optional<Bytes> data() const;
+
+  Iterator begin() const { return Iterator(this); }
+  std::default_sentinel_t end() const { return {}; }
+  // The first entry whose path is canonically equivalent to `path` (no other normalisation).
+  std::optional<Entry> operator[](std::string_view path) const;
+
+  // Entry counts and central directory position, from the ZIP64 end record when there is one.
+  std::uint64_t resolvedEntryCount() const;
+  std::uint64_t resolvedCentralDirectoryOffset() const;
+  std::uint64_t resolvedCentralDirectorySize() const;
+
+  // Units of progress for reading the entry: 1 for a directory, else its uncompressed size.
+  static std::int64_t totalUnitCountForReading(const Entry& entry);
+
+  // Streams the entry's data to `consumer` in chunks of at most `bufferSize` bytes and returns
+  // the CRC-32 of what was produced (0 when `skipCRC32`, except for links, whose target is
+  // always checked). Does not compare it with entry.checksum(). Cancelling `progress` stops
+  // the extraction with ArchiveError::cancelledOperation before the next chunk.
+  std::uint32_t extract(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                        const ProgressPointer& progress, const Consumer& consumer);
+  std::uint32_t extract(const Entry& entry, const Consumer& consumer);
+
+  // Creates the entry at `destination` (the item itself, not its parent) as a file, directory
+  // or symbolic link, with its permissions and modification date, and returns the CRC-32 as
+  // above. Refuses to replace anything that exists, and refuses links that point outside the
+  // destination's parent unless `allowUncontainedSymlinks`.
+  std::uint32_t extract(const Entry& entry, const std::filesystem::path& destination,
+                        std::int64_t bufferSize = defaultReadChunkSize, bool skipCRC32 = false,
+                        bool allowUncontainedSymlinks = false,
+                        const ProgressPointer& progress = nullptr);
+
+  // Adding entries. The archive is changed in place: the entry goes where the central directory
+  // began, the directory is written again after it with the new record last, then the end
+  // records. Any failure, a cancelled progress included, puts the former bytes back before the
+  // error is rethrown. Throws ArchiveError::unwritableArchive for an archive opened for reading.
+
+  // Tags that tell apart the forms that take a file-system path.
+  struct RelativeTo {
+    std::filesystem::path baseURL;
+  };
+  struct FileURL {
+    std::filesystem::path fileURL;
+  };
+
+  // Adds the item at `base.baseURL / path` under `path`.
+  void addEntry(const std::string& path, const RelativeTo& base,
+                CompressionMethod compressionMethod = CompressionMethod::none,
+                std::int64_t bufferSize = defaultWriteChunkSize,
+                const ProgressPointer& progress = nullptr);
+  // Adds the file, folder (its path then ends in "/") or symbolic link at `item.fileURL` under
+  // `path` with its size, modification date and mode. Throws FileError when it is missing,
+  // unreadable, or neither a regular file, a folder nor a link.
+  void addEntry(const std::string& path, const FileURL& item,
+                CompressionMethod compressionMethod = CompressionMethod::none,
+                std::int64_t bufferSize = defaultWriteChunkSize,
+                const ProgressPointer& progress = nullptr);
+  // Adds an entry whose data `provider` delivers in chunks of at most `bufferSize` bytes: a
+  // file's contents, a link's target text, nothing for a directory. Directories and links are
+  // always stored. Throws ArchiveError::invalidEntryPath for a path longer than 65,535 bytes.
+  void addEntry(const std::string& path, Entry::EntryType type, std::int64_t uncompressedSize,
+                std::chrono::system_clock::time_point modificationDate,
+                std::optional<std::uint16_t> permissions, CompressionMethod compressionMethod,
+                std::int64_t bufferSize, const ProgressPointer& progress, const Provider& provider);
+  // One item for addEntries: its entry path, the file-system item, its own progress record.
+  struct FileItem {
+    std::string path;
+    std::filesystem::path fileURL;
+    ProgressPointer progress;
+  };
+  // Adds the items in order as the FileURL form does, but writes the central directory once,
+  // after the last item, so the work grows with the items rather than with their square. When
+  // an item fails, the entries before it stay (as if added one by one) and its error is rethrown.
+  void addEntries(const std::vector<FileItem>& items,
+                  CompressionMethod compressionMethod = CompressionMethod::none,
+                  std::int64_t bufferSize = defaultWriteChunkSize);
+  // Units of progress for adding the item: 1 for a folder, else its size; -1 when unknown.
+  static std::int64_t totalUnitCountForAddingItem(const std::filesystem::path& url);
+
+  // Removing an entry. A complete new archive without the entry is written beside this one (in
+  // a scratch folder next to the file, else in the temporary folder; in memory for an archive in
+  // memory) and then takes its place, so a failed or cancelled removal changes nothing and
+  // leaves no scratch folder behind. Entries taken from the archive before are stale after.
+  // Throws ArchiveError::invalidEntryPath when the entry is not one of this archive's.
+  void remove(const Entry& entry, std::int64_t bufferSize = defaultReadChunkSize,
+              const ProgressPointer& progress = nullptr);
+  // Units of progress for removing the entry: the bytes that will be copied.
+  std::int64_t totalUnitCountForRemoving(const Entry& entry) const;
+
+private:
+  struct NewEntry;
+  struct FormerTail;
+
+  void checkWritable(std::int64_t bufferSize) const;
+  // Checks an entry to add and sets its progress total.
+  static NewEntry describe(const std::string& path, Entry::EntryType type,
+                           std::int64_t uncompressedSize,
+                           std::chrono::system_clock::time_point modificationDate,
+                           std::optional<std::uint16_t> permissions,
+                           CompressionMethod compressionMethod, std::int64_t bufferSize,
+                           const ProgressPointer& progress, const Provider& provider);
+  FormerTail readFormerTail() const;
+  // Writes the local header and data of a new entry at `headerOffset` and returns its central
+  // directory record; the stream is left after the data.
+  CentralDirectoryStructure writeLocalEntry(const NewEntry& entry, std::uint64_t headerOffset);
+  // Writes the former central directory, then `newRecords` for `newCount` new entries, then
+  // the end records, at the current position, and takes the new end records.
+  void finishDirectory(const FormerTail& tail, ByteView newRecords, std::uint64_t newCount,
+                       std::int64_t bufferSize);
+  void restore(const FormerTail& tail, std::int64_t bufferSize);
+  // Cuts the archive's bytes at `length` and moves there.
+  void truncate(std::uint64_t length);
+  void copyLocalRecord(const Entry& entry, std::FILE* target, std::int64_t bufferSize,
+                       const ProgressPointer& progress);
+  void replaceFile(const std::filesystem::path& replacement);
+
+  struct BackingConfiguration {
+    platform::UniqueFile file;
+    EndOfCentralDirectoryRecord endOfCentralDirectoryRecord;
+    std::optional<ZIP64EndOfCentralDirectory> zip64EndOfCentralDirectory;
+    std::shared_ptr<MemoryFile> memoryFile;
+  };
+
+  static BackingConfiguration openBacking(const std::filesystem::path& url, AccessMode mode);
+  static BackingConfiguration openBacking(Bytes data, AccessMode mode);
+  // The entry whose central directory record starts at `position`, advancing it past the record.
+  std::optional<Entry> readEntry(std::uint64_t& position) const;
+  std::uint32_t readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                           const Consumer& consumer);
+  std::uint32_t readSymlinkTarget(const Entry& entry, const Consumer& consumer);
+
+  std::string url_;
+  AccessMode accessMode_;
+  platform::UniqueFile archiveFile_;
+  EndOfCentralDirectoryRecord endOfCentralDirectoryRecord_;
+  std::optional<ZIP64EndOfCentralDirectory> zip64EndOfCentralDirectory_;
+  std::optional<TextEncoding> pathEncoding_;
+  std::shared_ptr<MemoryFile> memoryFile_;
+  // Blocks lent to stream::ReadAhead and stream::WriteBehind while an entry's data is moved, kept
+  // from one entry to the next.
+  Bytes readBlock_;
+  Bytes writeBlock_;
+};
+
+} // namespace frameloom::ziploom

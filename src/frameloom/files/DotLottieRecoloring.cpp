@@ -1,0 +1,208 @@
+// Recolouring a .lottie file: read its animation JSON, replace the colours, unpack the archive
+// into a work folder, put the new JSON there and pack the folder into a new archive.
+
+#include <frameloom/files/DotLottieError.h>
+#include <frameloom/files/DotLottieFile.h>
+#include <frameloom/platform/system/Directories.h>
+#include <frameloom/platform/system/UniqueFile.h>
+#include <frameloom/platform/system/Uuid.h>
+#include <frameloom/ziploom/Archive.h>
+#include <frameloom/ziploom/Text.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+namespace frameloom {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t maximumSizeHint = 64 * 1024 * 1024;
+
+std::span<const std::uint8_t> bytesOf(std::string_view text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+// Whether `text` is valid UTF-8. Animation JSON is nearly always pure ASCII, which eight bytes at
+// a time confirm far faster than decoding; the decoder only sees what follows the ASCII prefix.
+bool isUTF8(std::string_view text) {
+  std::size_t ascii = 0;
+  for (std::uint64_t word; ascii + sizeof word <= text.size(); ascii += sizeof word) {
+    std::memcpy(&word, text.data() + ascii, sizeof word);
+    if ((word & 0x8080808080808080ULL) != 0) {
+      break;
+    }
+  }
+  return ziploom::isValidUTF8(bytesOf(text.substr(ascii)));
+}
+
+bool isAnimationJSON(const std::string& path) {
+  if (path.find("animations/") == std::string::npos || path.size() < 5) {
+    return false;
+  }
+  std::string extension = path.substr(path.size() - 5);
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension == ".json";
+}
+
+// Where an entry goes inside `work`: its path without the trailing "/" of a folder entry.
+fs::path destinationOf(const fs::path& work, std::string path) {
+  while (!path.empty() && path.back() == '/') {
+    path.pop_back();
+  }
+  return work / path;
+}
+
+// Whether the entry path stays inside the folder it is unpacked into: not absolute, and no ".."
+// that climbs above the folder.
+bool staysInside(const fs::path& work, const std::string& entryPath) {
+  const fs::path path(entryPath);
+  if (path.has_root_path()) {
+    return false;
+  }
+  const fs::path relative =
+      destinationOf(work, entryPath).lexically_normal().lexically_relative(work.lexically_normal());
+  return !relative.empty() && *relative.begin() != "..";
+}
+
+// Replaces the file at `target` with `data`: written beside it, then renamed over it, so that
+// the target holds either the old bytes or all of the new ones.
+void writeAtomically(const fs::path& target, std::string_view data) {
+  std::string scratchName = target.filename().string();
+  scratchName.insert(scratchName.begin(), '.');
+  scratchName += '.';
+  scratchName += platform::Uuid::random().uuidString();
+  scratchName += ".tmp";
+  const fs::path scratch = target.parent_path() / scratchName;
+  {
+    platform::UniqueFile file(std::fopen(scratch.c_str(), "wbx"));
+    if (!file) {
+      throw fs::filesystem_error("cannot create", scratch,
+                                 std::error_code(errno, std::generic_category()));
+    }
+    if (std::fwrite(data.data(), 1, data.size(), file.get()) != data.size() ||
+        std::fflush(file.get()) != 0) {
+      const std::error_code error(errno, std::generic_category());
+      file.reset();
+      fs::remove(scratch);
+      throw fs::filesystem_error("cannot write", scratch, error);
+    }
+  }
+  fs::rename(scratch, target);
+}
+
+// Every occurrence of `pattern` in `text` removed.
+std::string removingAll(std::string text, const std::string& pattern) {
+  for (std::size_t at = text.find(pattern); at != std::string::npos; at = text.find(pattern, at)) {
+    text.erase(at, pattern.size());
+  }
+  return text;
+}
+
+} // namespace
+
+DotLottieFile::AnimationJSON DotLottieFile::readAnimationJSON(const fs::path& url) {
+  std::unique_ptr<ziploom::Archive> archive =
+      ziploom::Archive::make(url, ziploom::AccessMode::read);
+  if (!archive) {
+    throw DotLottieError(DotLottieError::Code::failedToReadArchive);
+  }
+  for (const ziploom::Entry& entry : *archive) {
+    std::string path = entry.path();
+    if (!isAnimationJSON(path)) {
+      continue;
+    }
+    std::string data;
+    // The declared size is only a hint: a hostile archive may claim anything.
+    data.reserve(static_cast<std::size_t>(
+        std::min<std::uint64_t>(entry.uncompressedSize(), maximumSizeHint)));
+    archive->extract(
+        entry, ziploom::defaultReadChunkSize, false, nullptr,
+        [&data](platform::ByteView chunk) { data.append(chunk.begin(), chunk.end()); });
+    return AnimationJSON{std::move(data), std::move(path)};
+  }
+  throw DotLottieError(DotLottieError::Code::noAnimationJSON);
+}
+
+std::vector<DotLottieFile::PaletteColor> DotLottieFile::readPalette(const fs::path& dotLottieURL) {
+  AnimationJSON json = readAnimationJSON(dotLottieURL);
+  if (!isUTF8(json.data)) {
+    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
+  }
+  return palette(std::move(json.data));
+}
+
+fs::path DotLottieFile::recolor(const fs::path& dotLottieURL, std::vector<ColorComponents> colors,
+                                int precision) {
+  if (colors.empty()) {
+    throw std::invalid_argument("DotLottieFile::recolor: the colour list is empty");
+  }
+  AnimationJSON json = readAnimationJSON(dotLottieURL);
+  if (!isUTF8(json.data)) {
+    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
+  }
+  const std::string text = replaceColors(std::move(json.data), std::move(colors), precision);
+  if (!isUTF8(text)) {
+    throw DotLottieError(DotLottieError::Code::utf8EncodeFailed);
+  }
+  return rebuildArchive(dotLottieURL, json.path, text);
+}
+
+fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& jsonPath,
+                                       std::string_view jsonData) {
+  std::unique_ptr<ziploom::Archive> source = ziploom::Archive::make(url, ziploom::AccessMode::read);
+  if (!source) {
+    throw DotLottieError(DotLottieError::Code::failedToReadOriginalArchive);
+  }
+  const fs::path work = platform::temporaryDirectory() / platform::Uuid::random().uuidString();
+  // Every entry is checked before anything is written, so a hostile archive leaves nothing.
+  for (const ziploom::Entry& entry : *source) {
+    if (!staysInside(work, entry.path())) {
+      throw DotLottieError(DotLottieError::Code::entryOutsideWorkFolder, entry.path());
+    }
+  }
+  fs::create_directories(work);
+  const fs::path jsonDestination = destinationOf(work, jsonPath);
+  bool jsonSkipped = false;
+  for (const ziploom::Entry& entry : *source) {
+    const fs::path destination = destinationOf(work, entry.path());
+    // The animation JSON's old bytes would only be replaced at once; its new ones go there below.
+    if (!jsonSkipped && destination == jsonDestination) {
+      jsonSkipped = true;
+      continue;
+    }
+    fs::create_directories(destination.parent_path());
+    source->extract(entry, destination, ziploom::defaultReadChunkSize, false, false, nullptr);
+  }
+  fs::create_directories(jsonDestination.parent_path());
+  writeAtomically(jsonDestination, jsonData);
+
+  const fs::path output = platform::temporaryDirectory() /
+                          ("modified_" + platform::Uuid::random().uuidString() + ".lottie");
+  std::unique_ptr<ziploom::Archive> archive =
+      ziploom::Archive::make(output, ziploom::AccessMode::create);
+  if (!archive) {
+    throw DotLottieError(DotLottieError::Code::failedToCreateNewArchive);
+  }
+  std::error_code error;
+  fs::recursive_directory_iterator items(work, error);
+  if (error) {
+    return output;
+  }
+  const std::string prefix = work.string() + "/";
+  for (const fs::directory_entry& item : items) {
+    const std::string relative = removingAll(item.path().string(), prefix);
+    archive->addEntry(relative, ziploom::Archive::FileURL{work / relative},
+                      ziploom::CompressionMethod::none, ziploom::defaultWriteChunkSize, nullptr);
+  }
+  return output;
+}
+
+} // namespace frameloom

@@ -1,0 +1,163 @@
+#include <frameloom/renderer/DotLottieAnimation.h>
+
+#include "renderer/LottieDocument.h"
+
+#include <rlottie.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace frameloom::renderer {
+
+namespace {
+
+// rlottie looks pictures that the document names by path up under this folder. /dev/null is not
+// a folder, so no such path resolves and a document can never make the renderer read local files;
+// the pictures of an archive are handed over inlined instead.
+constexpr const char* unreachableResourcePath = "/dev/null/";
+
+bool isRenderableSide(std::int64_t side) {
+  return side >= 1 && side <= static_cast<std::int64_t>(platform::Image::maxDimension);
+}
+
+// rlottie fills ARGB32 words (bytes B, G, R, A on little-endian machines); images hold R, G, B, A.
+// A background that is not transparent goes under the frame with the "over" operator.
+void toRgba(std::vector<std::uint8_t>& pixels, platform::Rgba8 background) {
+  if (background.a == 0) {
+    // Two pixels a word: bytes 0 and 2 of each swap places, 1 and 3 stay.
+    std::size_t i = 0;
+    for (; i + 8 <= pixels.size(); i += 8) {
+      std::uint64_t word;
+      std::memcpy(&word, pixels.data() + i, 8);
+      constexpr std::uint64_t stay = 0xFF00FF00FF00FF00u;
+      constexpr std::uint64_t low = 0x000000FF000000FFu;
+      word = (word & stay) | (word >> 16 & low) | (word & low) << 16;
+      std::memcpy(pixels.data() + i, &word, 8);
+    }
+    if (i < pixels.size()) {
+      std::swap(pixels[i], pixels[i + 2]);
+    }
+    return;
+  }
+  const platform::Rgba8 under = platform::premultiplied(background);
+  const auto over = [](unsigned top, unsigned topAlpha, unsigned bottom) {
+    return static_cast<std::uint8_t>(top + (bottom * (255 - topAlpha) + 127) / 255);
+  };
+  for (std::size_t i = 0; i < pixels.size(); i += 4) {
+    const unsigned alpha = pixels[i + 3];
+    const std::uint8_t blue = pixels[i];
+    pixels[i] = over(pixels[i + 2], alpha, under.r);
+    pixels[i + 1] = over(pixels[i + 1], alpha, under.g);
+    pixels[i + 2] = over(blue, alpha, under.b);
+    pixels[i + 3] = over(alpha, alpha, under.a);
+  }
+}
+
+} // namespace
+
+DotLottieAnimation::DotLottieAnimation(std::span<const std::uint8_t> dotLottieData,
+                                       AnimationConfig config)
+    : config_(std::move(config)) {
+  if (config_.width && config_.height) {
+    size_ = PixelSize{*config_.width, *config_.height};
+  }
+  std::optional<std::string> document = lottieDocument(dotLottieData);
+  if (!document) {
+    return;
+  }
+  const std::optional<LottieTiming> timing = readLottieTiming(*document);
+  // Model caching off: rlottie would otherwise hand a later document the model of an earlier one
+  // loaded under the same key.
+  model_ = rlottie::Animation::loadFromData(std::move(*document), std::string(),
+                                            unreachableResourcePath, false);
+  if (!model_) {
+    return;
+  }
+  if (timing) {
+    totalFrames_ = static_cast<float>(std::max(0.0, timing->outPoint - timing->inPoint));
+    duration_ = static_cast<float>(static_cast<double>(totalFrames_) / timing->frameRate);
+  } else {
+    totalFrames_ = static_cast<float>(model_->totalFrame());
+    duration_ = model_->frameRate() > 0
+                    ? static_cast<float>(static_cast<double>(totalFrames_) / model_->frameRate())
+                    : 0;
+  }
+}
+
+DotLottieAnimation::~DotLottieAnimation() = default;
+
+bool DotLottieAnimation::resize(std::int64_t width, std::int64_t height) {
+  size_ = PixelSize{width, height};
+  return isRenderableSide(width) && isRenderableSide(height);
+}
+
+bool DotLottieAnimation::setFrame(float frame) {
+  if (!model_ || !std::isfinite(frame) || frame < 0 || frame > totalFrames_) {
+    return false;
+  }
+  frame_ = frame;
+  return true;
+}
+
+std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
+  if (!model_) {
+    return nullptr;
+  }
+  std::size_t contentWidth = 0;
+  std::size_t contentHeight = 0;
+  model_->size(contentWidth, contentHeight);
+  if (contentWidth == 0 || contentHeight == 0) {
+    return nullptr;
+  }
+  constexpr std::size_t largest = std::numeric_limits<std::int64_t>::max();
+  const PixelSize target =
+      size_.value_or(PixelSize{static_cast<std::int64_t>(std::min(contentWidth, largest)),
+                               static_cast<std::int64_t>(std::min(contentHeight, largest))});
+  if (!isRenderableSide(target.width) || !isRenderableSide(target.height)) {
+    return nullptr;
+  }
+
+  const PixelRect rect =
+      layoutRect(config_.layout, static_cast<double>(contentWidth),
+                 static_cast<double>(contentHeight), target.width, target.height);
+  const auto stride = static_cast<std::size_t>(target.width) * 4;
+  std::vector<std::uint8_t> pixels(stride * static_cast<std::size_t>(target.height));
+  const auto frame = static_cast<std::size_t>(std::lround(frame_));
+  const bool keepAspectRatio = config_.layout.fit == Fit::contain;
+  if (rect == PixelRect{0, 0, target.width, target.height}) {
+    rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()),
+                             static_cast<std::size_t>(target.width),
+                             static_cast<std::size_t>(target.height), stride);
+    model_->renderSync(frame, surface, keepAspectRatio);
+  } else {
+    // rlottie clears bytesPerLine x height bytes from the start of its buffer, so a surface inside
+    // the image would overrun it: render the rectangle on its own and copy it into place.
+    const auto rectStride = static_cast<std::size_t>(rect.width) * 4;
+    std::vector<std::uint8_t> inner(rectStride * static_cast<std::size_t>(rect.height));
+    rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(inner.data()),
+                             static_cast<std::size_t>(rect.width),
+                             static_cast<std::size_t>(rect.height), rectStride);
+    model_->renderSync(frame, surface, keepAspectRatio);
+    for (std::int64_t row = 0; row < rect.height; ++row) {
+      std::copy_n(inner.data() + static_cast<std::size_t>(row) * rectStride, rectStride,
+                  pixels.data() + static_cast<std::size_t>(rect.y + row) * stride +
+                      static_cast<std::size_t>(rect.x) * 4);
+    }
+  }
+  toRgba(pixels, config_.backgroundColor);
+  return platform::Image::make(static_cast<std::size_t>(target.width),
+                               static_cast<std::size_t>(target.height), std::move(pixels));
+}
+
+void DotLottieAnimation::destroy() {
+  model_.reset();
+  totalFrames_ = 0;
+  duration_ = 0;
+  frame_ = 0;
+}
+
+} // namespace frameloom::renderer

@@ -1,0 +1,215 @@
+#include "renderer/PictureInlining.h"
+
+#include <frameloom/platform/graphics/Png.h>
+#include <frameloom/platform/graphics/Webp.h>
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace frameloom::renderer {
+
+namespace {
+
+// Pictures beyond 4096 x 4096 pixels (64 MiB decoded) are not re-encoded: a small hostile file
+// can otherwise claim a huge canvas.
+constexpr std::size_t maxWebpPixels = std::size_t{1} << 24;
+
+constexpr char base64Alphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+std::span<const std::uint8_t> asBytes(std::string_view text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+std::string_view mediaType(std::string_view bytes) {
+  if (bytes.starts_with("\x89PNG")) {
+    return "image/png";
+  }
+  if (bytes.starts_with("\xFF\xD8\xFF")) {
+    return "image/jpeg";
+  }
+  if (bytes.starts_with("GIF8")) {
+    return "image/gif";
+  }
+  return "application/octet-stream";
+}
+
+std::string_view fileName(std::string_view path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+// The data URI the renderer is given for a picture's bytes; none for WebP it cannot decode.
+std::optional<std::string> dataUri(std::string_view picture) {
+  if (!platform::isWebp(asBytes(picture))) {
+    return "data:" + std::string(mediaType(picture)) + ";base64," + base64Encoded(picture);
+  }
+  try {
+    const std::vector<std::uint8_t> png =
+        platform::encodePng(*platform::decodeWebp(asBytes(picture), maxWebpPixels));
+    return "data:image/png;base64," +
+           base64Encoded({reinterpret_cast<const char*>(png.data()), png.size()});
+  } catch (const platform::WebpError&) {
+    return std::nullopt;
+  } catch (const platform::PngError&) {
+    return std::nullopt;
+  }
+}
+
+// The base64 payload of a data URI, when the URI is base64-encoded.
+std::optional<std::string_view> base64Payload(std::string_view uri) {
+  const auto comma = uri.find(',');
+  if (comma == std::string_view::npos || !uri.substr(0, comma).ends_with(";base64")) {
+    return std::nullopt;
+  }
+  return uri.substr(comma + 1);
+}
+
+// Whether a base64 payload starts with WebP's signature; decodes only the first 16 characters.
+bool payloadIsWebp(std::string_view payload) {
+  const auto head = base64Decoded(payload.substr(0, 16));
+  return head && platform::isWebp(asBytes(*head));
+}
+
+// Drops the easing ("i" and "o") of the last keyframe of every animated property. The easing out of
+// a last keyframe leads nowhere, but rlottie misreads a multi-dimensional property whose last
+// keyframe has one: the property then stays at its first value for the whole animation.
+void dropLastKeyframeEasing(nlohmann::ordered_json& document) {
+  // An explicit stack: a hostile document may nest deeper than the call stack allows.
+  std::vector<nlohmann::ordered_json*> pending{&document};
+  while (!pending.empty()) {
+    nlohmann::ordered_json& value = *pending.back();
+    pending.pop_back();
+    if (value.is_object()) {
+      const auto keyframes = value.find("k");
+      if (keyframes != value.end() && keyframes->is_array() && !keyframes->empty() &&
+          keyframes->back().is_object() && keyframes->back().contains("t")) {
+        keyframes->back().erase("i");
+        keyframes->back().erase("o");
+      }
+    }
+    if (value.is_structured()) {
+      for (auto& child : value) {
+        pending.push_back(&child);
+      }
+    }
+  }
+}
+
+} // namespace
+
+std::string base64Encoded(std::string_view bytes) {
+  std::string encoded;
+  encoded.reserve((bytes.size() + 2) / 3 * 4);
+  std::size_t i = 0;
+  for (; i + 2 < bytes.size(); i += 3) {
+    const unsigned triple = static_cast<unsigned char>(bytes[i]) << 16 |
+                            static_cast<unsigned char>(bytes[i + 1]) << 8 |
+                            static_cast<unsigned char>(bytes[i + 2]);
+    encoded += base64Alphabet[triple >> 18];
+    encoded += base64Alphabet[(triple >> 12) & 63];
+    encoded += base64Alphabet[(triple >> 6) & 63];
+    encoded += base64Alphabet[triple & 63];
+  }
+  if (i < bytes.size()) {
+    const bool two = i + 1 < bytes.size();
+    const unsigned triple = static_cast<unsigned char>(bytes[i]) << 16 |
+                            (two ? static_cast<unsigned char>(bytes[i + 1]) << 8 : 0u);
+    encoded += base64Alphabet[triple >> 18];
+    encoded += base64Alphabet[(triple >> 12) & 63];
+    encoded += two ? base64Alphabet[(triple >> 6) & 63] : '=';
+    encoded += '=';
+  }
+  return encoded;
+}
+
+std::optional<std::string> base64Decoded(std::string_view text) {
+  static const std::array<std::int8_t, 256> values = [] {
+    std::array<std::int8_t, 256> table{};
+    table.fill(-1);
+    for (int i = 0; i < 64; ++i) {
+      table[static_cast<unsigned char>(base64Alphabet[i])] = static_cast<std::int8_t>(i);
+    }
+    return table;
+  }();
+  if (text.size() % 4 != 0) {
+    return std::nullopt;
+  }
+  std::size_t padding = 0;
+  while (padding < 2 && padding < text.size() && text[text.size() - 1 - padding] == '=') {
+    ++padding;
+  }
+  std::string decoded;
+  decoded.reserve(text.size() / 4 * 3);
+  unsigned bits = 0;
+  int count = 0;
+  for (const char c : text.substr(0, text.size() - padding)) {
+    const std::int8_t value = values[static_cast<unsigned char>(c)];
+    if (value < 0) {
+      return std::nullopt;
+    }
+    bits = bits << 6 | static_cast<unsigned>(value);
+    if (++count == 4) {
+      decoded += static_cast<char>(bits >> 16);
+      decoded += static_cast<char>(bits >> 8);
+      decoded += static_cast<char>(bits);
+      bits = 0;
+      count = 0;
+    }
+  }
+  if (count == 2) {
+    decoded += static_cast<char>(bits >> 4);
+  } else if (count == 3) {
+    decoded += static_cast<char>(bits >> 10);
+    decoded += static_cast<char>(bits >> 2);
+  }
+  return decoded;
+}
+
+bool mayHoldWebpDataUri(std::string_view json) {
+  // "RIFF" in base64 at the start of a payload.
+  return json.find("UklGR") != std::string_view::npos;
+}
+
+std::string inlinePictures(std::string json, const PictureLookup& lookup) {
+  // Ordered: rlottie needs the keys in the order the exporter wrote them.
+  auto document = nlohmann::ordered_json::parse(json, nullptr, false);
+  if (!document.is_object() || !document.contains("assets") || !document["assets"].is_array()) {
+    return json;
+  }
+  bool changed = false;
+  for (auto& asset : document["assets"]) {
+    if (!asset.is_object() || !asset.contains("p") || !asset["p"].is_string()) {
+      continue;
+    }
+    const auto& path = asset["p"].get_ref<const std::string&>();
+    std::optional<std::string> picture;
+    if (path.starts_with("data:")) {
+      const auto payload = base64Payload(path);
+      if (!payload || !payloadIsWebp(*payload)) {
+        continue;
+      }
+      picture = base64Decoded(*payload);
+    } else {
+      picture = lookup(fileName(path));
+      if (!picture) {
+        continue;
+      }
+    }
+    asset["p"] = picture ? dataUri(*picture).value_or("") : "";
+    asset["u"] = "";
+    asset["e"] = 1;
+    changed = true;
+  }
+  if (!changed) {
+    return json;
+  }
+  dropLastKeyframeEasing(document);
+  return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+} // namespace frameloom::renderer

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace frameloom::renderer {
+
+// Gives the bytes of the picture file of that name, or none.
+using PictureLookup = std::function<std::optional<std::string>(std::string_view fileName)>;
+
+// Rewrites the image assets of a Lottie document so that the renderer needs no files and gets
+// only pictures it can decode:
+// - a "p" naming a picture file that `lookup` finds by its file name becomes a base64 data URI of
+//   the picture, with "u" empty and "e" 1;
+// - WebP pictures, whether found by `lookup` or already inlined as a data URI (whatever media
+//   type either claims), are re-encoded as PNG;
+// - a WebP picture that cannot be decoded is left out: its "p" becomes empty, so the layer draws
+//   nothing.
+// A document rewritten this way also loses the easing of the last keyframe of each animated
+// property, which leads nowhere and which rlottie misreads. Key order and all other values are
+// kept. Text that is not a JSON object, or that needs none of this, is returned unchanged.
+// Exceptions of `lookup` pass through.
+std::string inlinePictures(std::string json, const PictureLookup& lookup);
+
+// Whether the document may hold a WebP picture as a data URI, a cheap test on the text that
+// decides whether inlinePictures() has anything to do for a document that names no picture files.
+bool mayHoldWebpDataUri(std::string_view json);
+
+// RFC 4648 base64 with padding, and back. Decoding skips nothing: none when a character lies
+// outside the alphabet or the padding is wrong.
+std::string base64Encoded(std::string_view bytes);
+std::optional<std::string> base64Decoded(std::string_view text);
+
+} // namespace frameloom::renderer
