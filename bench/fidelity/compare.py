@@ -97,13 +97,15 @@ def compare_job(job, work, failures):
         result["notes"].append(f"Frameloom: {failures['frameloom'][str(job['index'])]}")
     if str(job["index"]) in failures["notes"]:
         result["notes"].append(f"lottie-web: {failures['notes'][str(job['index'])]}")
-    for frame in job["frames"]:
-        web = load_frame(work / "web" / str(job["index"]) / f"{frame}.png")
-        ours = load_frame(work / "frameloom" / str(job["index"]) / f"{frame}.png")
-        if web is None:
-            result["class"] = NOT_COMPARED
-            result["notes"].append(f"lottie-web drew no frame {frame}")
-            return result
+    frames = [(frame, load_frame(work / "web" / str(job["index"]) / f"{frame}.png"),
+               load_frame(work / "frameloom" / str(job["index"]) / f"{frame}.png"))
+              for frame in job["frames"]]
+    missing = [frame for frame, web, _ in frames if web is None]
+    if missing:
+        result["class"] = NOT_COMPARED
+        result["notes"].append(f"lottie-web drew no frame {missing[0]}")
+        return result
+    for frame, web, ours in frames:
         share = max(differing_share(m) for m in difference_masks(web, ours or empty_frame()))
         web_blank, ours_blank = is_blank(web), ours is None or is_blank(ours)
         if ours_blank and not web_blank and BLANK_IN_FRAMELOOM not in result["flags"]:

@@ -32,6 +32,9 @@ MAX_ENTRY_BYTES = 64 * 1024 * 1024
 MAX_PICTURE_BYTES = 128 * 1024 * 1024
 # A manifest is a short list of ids.
 MAX_MANIFEST_BYTES = 1024 * 1024
+# Frameloom's tool takes the frame as a 32-bit float, exact for whole numbers up to 2^24; frames
+# of longer timelines are chosen within the first 2^24.
+MAX_FRAME = 2**24
 # The id under which a plain document is packed into a .lottie.
 PACKED_ID = "animation"
 
@@ -150,7 +153,7 @@ def frames_to_render(document, count):
     if not (isinstance(in_point, numbers) and isinstance(out_point, numbers)) or \
             not math.isfinite(out_point - in_point):
         return [0]
-    last = max(0, math.floor(out_point - in_point) - 1)
+    last = min(MAX_FRAME, max(0, math.floor(out_point - in_point) - 1))
     return sorted({0} | {round(k * last / count) for k in range(1, count + 1)})
 
 

@@ -105,7 +105,7 @@ async function renderJob(context, lottieScript, job, document, outDir) {
     }
   })();
   try {
-    await withTimeout(work, ANIMATION_TIMEOUT_MS, 'lottie-web');
+    await withTimeout(work, ANIMATION_TIMEOUT_MS, 'rendering');
   } finally {
     work.catch(() => undefined);
     await withTimeout(page.close(), CLOSE_TIMEOUT_MS, 'closing the page');
