@@ -23,9 +23,10 @@ playwright_version=1.65.1
 # Debian's interpreter: python3-pil installs for it, whatever python3 is first on the PATH.
 python=/usr/bin/python3
 
+# usage STATUS: prints the comment block above and exits.
 usage() {
-  sed -n '5,11s/^# \{0,1\}//p' "$0" >&2
-  exit 2
+  sed -n '2,/^set /s/^# \{0,1\}//p' "$0" >&2
+  exit "$1"
 }
 
 folder=${FRAMELOOM_CORPUS:-$root/../shared/corpus}
@@ -43,12 +44,12 @@ while [ $# -gt 0 ]; do
     --worst) worst=${2:?--worst needs a number}; shift 2 ;;
     --out) out=${2:?--out needs a folder}; shift 2 ;;
     --tool) tool=${2:?--tool needs a path}; shift 2 ;;
-    -h | --help) usage ;;
-    -*) echo "fidelity: unknown option $1" >&2; usage ;;
+    -h | --help) usage 0 ;;
+    -*) echo "fidelity: unknown option $1" >&2; usage 2 ;;
     *) folder=$1; shift ;;
   esac
 done
-[[ $frames =~ ^[1-9][0-9]*$ && $worst =~ ^[0-9]+$ ]] || usage
+[[ $frames =~ ^[1-9][0-9]*$ && $worst =~ ^[0-9]+$ ]] || usage 2
 [ -d "$folder" ] || { echo "fidelity: no folder $folder" >&2; exit 1; }
 renice -n 10 -p $$ > /dev/null
 

@@ -16,6 +16,7 @@ from PIL import Image
 sys.path.insert(0, str(Path(__file__).parent))
 import compare  # noqa: E402
 import prepare  # noqa: E402
+import render_frameloom  # noqa: E402
 
 PNG = b"\x89PNG\r\n\x1a\n" + b"\0" * 8
 WEBP = b"RIFF\0\0\0\0WEBPVP8 "
@@ -117,6 +118,26 @@ class PackDocument(unittest.TestCase):
             target = Path(folder) / "x.lottie"
             prepare.pack_document(document(nm="packed").encode(), target)
             self.assertEqual(prepare.document_from_lottie(target)["nm"], "packed")
+
+
+class RenderFrame(unittest.TestCase):
+    def test_reports_the_tools_last_line_or_what_went_wrong(self):
+        cases = [
+            ('touch "$7"', None),
+            ('echo "frameloom: cannot load $1" >&2; exit 1', "frameloom: cannot load in.lottie"),
+            ("echo note >&2; exit 0", "note"),
+            ("exit 3", "exit status 3 on frame 5"),
+        ]
+        with tempfile.TemporaryDirectory() as folder:
+            for script, expected in cases:
+                with self.subTest(script=script):
+                    tool = Path(folder) / "tool"
+                    tool.write_text(f"#!/bin/sh\nshift\n{script}\n")
+                    tool.chmod(0o755)
+                    output = Path(folder) / "out.png"
+                    output.unlink(missing_ok=True)
+                    self.assertEqual(
+                        render_frameloom.render_frame(str(tool), "in.lottie", 5, output), expected)
 
 
 class Scoring(unittest.TestCase):
