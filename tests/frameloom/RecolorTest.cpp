@@ -1,4 +1,6 @@
-#include "TestArchives.h"
+#include "support/Archives.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/files/DotLottieError.h>
 #include <frameloom/files/DotLottieFile.h>
 
@@ -9,7 +11,7 @@
 #include <string>
 
 using frameloom::DotLottieFile;
-using frameloom::testing::makeArchive;
+using frameloom::testing::writeArchive;
 
 namespace {
 
@@ -35,7 +37,8 @@ protected:
   }
 
   static std::map<std::string, std::string> contents(const std::filesystem::path& path) {
-    const auto files = frameloom::testing::entries(path, true);
+    EXPECT_TRUE(frameloom::testing::everyEntryStored(path)) << path;
+    const auto files = frameloom::testing::entriesOf(path);
     return {files.begin(), files.end()};
   }
 
@@ -46,7 +49,7 @@ protected:
     if (entries.empty()) {
       frameloom::testing::writeFile(source, "PK but not really");
     } else {
-      makeArchive(source, entries);
+      writeArchive(source, entries);
     }
     try {
       DotLottieFile::recolor(source, palette, 3);
@@ -62,10 +65,10 @@ protected:
 TEST_F(Recolor, RewritesTheJSONAndCarriesEverythingElseOver) {
   const auto source = folder.path() / "in.lottie";
   const std::string picture("\x89PNG\r\n\x1a\n\0\1\2", 11);
-  makeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
-                       {"animations/", ""},
-                       {"animations/a.json", animation},
-                       {"images/img_0.png", picture}});
+  writeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
+                        {"animations/", ""},
+                        {"animations/a.json", animation},
+                        {"images/img_0.png", picture}});
   ASSERT_EQ(DotLottieFile::readPalette(source).at(0).key, "1.0,0.0,0.0,1.0");
   EXPECT_EQ(temporaryItems(), 0u);
 
@@ -88,7 +91,7 @@ TEST_F(Recolor, RewritesTheJSONAndCarriesEverythingElseOver) {
   EXPECT_EQ(temporaryItems(), 4u);
 
   // The JSON may lie deeper, in any letter case of its extension.
-  makeArchive(source, {{"x/animations/a.JSON", animation}});
+  writeArchive(source, {{"x/animations/a.JSON", animation}});
   EXPECT_EQ(contents(DotLottieFile::recolor(source, palette, 3)).at("x/animations/a.JSON"),
             recolored);
 }
