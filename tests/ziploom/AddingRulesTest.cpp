@@ -5,7 +5,7 @@
 #include <cstdio>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 using EntryType = Entry::EntryType;
 
 namespace {
