@@ -1,20 +1,23 @@
 #include "renderer/DotLottieArchive.h"
 
 #include "renderer/PictureInlining.h"
+#include <frameloom/renderer/Limits.h>
 #include <frameloom/ziploom/Archive.h>
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <stdexcept>
+#include <unordered_map>
 #include <vector>
 
 namespace frameloom::renderer {
 
 namespace {
 
-// Bounds what one archive may make the renderer unpack, whatever its entries claim.
-constexpr std::size_t maxUnpackedBytes = std::size_t{256} << 20;
+// Bounds what one archive may make the renderer unpack, whatever its entries claim: the
+// document and the pictures inlined into it.
+constexpr std::size_t maxUnpackedBytes = std::size_t{96} << 20;
 constexpr std::size_t maxManifestBytes = std::size_t{1} << 20;
 
 class TooLarge : public std::runtime_error {
@@ -44,12 +47,15 @@ public:
         files_.push_back(entry);
       }
     }
+    // Indexed by path so that inlining many pictures stays linear; the first entry of a path wins.
+    for (std::size_t index = 0; index < files_.size(); ++index) {
+      byPath_.try_emplace(files_[index].path(), index);
+    }
   }
 
-  const ziploom::Entry* find(std::string_view path) const {
-    const auto found = std::find_if(files_.begin(), files_.end(),
-                                    [&](const ziploom::Entry& e) { return e.path() == path; });
-    return found == files_.end() ? nullptr : &*found;
+  const ziploom::Entry* find(const std::string& path) const {
+    const auto found = byPath_.find(path);
+    return found == byPath_.end() ? nullptr : &files_[found->second];
   }
 
   bool hasPictures() const {
@@ -83,6 +89,7 @@ public:
 private:
   ziploom::Archive& archive_;
   std::vector<ziploom::Entry> files_;
+  std::unordered_map<std::string, std::size_t> byPath_;
   std::size_t unpacked_ = 0;
 };
 
@@ -129,7 +136,7 @@ std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes) 
     if (!animation) {
       return std::nullopt;
     }
-    std::string document = reader.read(*animation);
+    std::string document = reader.read(*animation, maximumAnimationDocumentSize);
     if (!reader.hasPictures() && !mayHoldWebpDataUri(document)) {
       return document;
     }

@@ -6,6 +6,8 @@
 #include "AnimationCommands.h"
 #include "ArchiveCommands.h"
 #include "CacheCommands.h"
+#include "ErrorText.h"
+#include "Interruption.h"
 #include "PlayCommands.h"
 #include "RenderCommand.h"
 #include <frameloom/Version.h>
@@ -28,11 +30,13 @@ struct SharedExecutorShutdown {
 } // namespace
 
 int main(int argc, char** argv) {
+  // Before any other thread starts, so that every thread leaves the signals to it.
+  frameloom::tool::Interruption interruption;
   const SharedExecutorShutdown shutdown;
   CLI::App app{"frameloom: recoloured dotLottie animations and ZIP archives", "frameloom"};
   app.require_subcommand(1);
   frameloom::tool::addAnimationCommands(app);
-  frameloom::tool::addArchiveCommands(app);
+  frameloom::tool::addArchiveCommands(app, interruption);
   frameloom::tool::addCacheCommands(app);
   frameloom::tool::addRenderCommand(app);
   frameloom::tool::addPlayCommands(app);
@@ -52,7 +56,7 @@ int main(int argc, char** argv) {
     return 2;
   } catch (const std::exception& e) {
     std::fflush(stdout);
-    std::cerr << "frameloom: " << e.what() << "\n";
+    std::cerr << "frameloom: " << frameloom::tool::errorText(e) << "\n";
     return 1;
   }
   return 0;

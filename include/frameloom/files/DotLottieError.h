@@ -18,6 +18,7 @@ public:
     failedToReadOriginalArchive = 10, // "Failed to read original .lottie archive"
     failedToCreateNewArchive = 11,    // "Failed to create new archive"
     entryOutsideWorkFolder = 12,      // "Archive entry would leave the work folder: " + path
+    animationJSONTooLarge = 13,       // "Animation JSON larger than 64 MiB: " + path
     animationJSONNotUTF8 = 300,       // "Animation JSON not UTF-8"
     utf8EncodeFailed = 301,           // "UTF-8 encode failed"
   };

@@ -94,6 +94,7 @@ public:
     fileReadNoPermission,
     fileReadTooLarge,
     fileReadInvalidFileName,
+    fileReadNotRegularFile,
   };
   FileError(Code code, std::filesystem::path path);
   Code code() const noexcept { return code_; }

@@ -4,7 +4,9 @@
 #include <frameloom/ziploom/Compression.h>
 #include <frameloom/ziploom/Text.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -46,11 +48,15 @@ void zipItem(const std::filesystem::path& source, const std::filesystem::path& d
 // Refuses, before writing anything of it, an entry whose path climbs out of the destination or
 // leads through a symbolic link that points outside; links whose own target lies outside are
 // refused unless `allowUncontainedSymlinks`. Unless `skipCRC32`, each item's checksum is
-// compared with its entry's. Items unzipped before a failure stay.
+// compared with its entry's. Items unzipped before a failure stay. An archive whose entries
+// share data (ArchiveError::invalidLocalHeaderDataOffset), or whose entries declare more than
+// `maximumExtractedSize` bytes in all (FileError::fileReadTooLarge), is refused before anything
+// is written.
 void unzipItem(const std::filesystem::path& source, const std::filesystem::path& destination,
                bool skipCRC32 = false, bool allowUncontainedSymlinks = false,
                const ProgressPointer& progress = nullptr,
-               std::optional<TextEncoding> pathEncoding = std::nullopt);
+               std::optional<TextEncoding> pathEncoding = std::nullopt,
+               std::uint64_t maximumExtractedSize = std::numeric_limits<std::uint64_t>::max());
 // The same without links pointing outside.
 void unzipItem(const std::filesystem::path& source, const std::filesystem::path& destination,
                bool skipCRC32, const ProgressPointer& progress,
