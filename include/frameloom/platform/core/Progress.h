@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 namespace frameloom::platform {
@@ -46,9 +47,12 @@ public:
   explicit Progress(std::int64_t totalUnitCount);
 
 private:
+  // An attached child and the share of this record's units it has completed so far, kept up to
+  // date on each of its changes so that reading the fraction never walks the children.
   struct Child {
     std::shared_ptr<Progress> progress;
     std::int64_t pendingUnitCount;
+    double completedUnits = 0;
   };
 
   void changed();
@@ -57,7 +61,8 @@ private:
   mutable std::mutex mutex_;
   std::int64_t total_ = 0;
   std::int64_t completed_ = 0;
-  std::vector<Child> children_;
+  std::unordered_map<const Progress*, Child> children_;
+  double childUnits_ = 0;
   std::weak_ptr<Progress> parent_;
   Observer observer_;
   std::atomic<bool> cancelled_{false};
