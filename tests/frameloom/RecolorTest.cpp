@@ -1,6 +1,7 @@
 #include "TestArchives.h"
 #include <frameloom/files/DotLottieError.h>
 #include <frameloom/files/DotLottieFile.h>
+#include <frameloom/files/RecoloredCopies.h>
 
 #include <gtest/gtest.h>
 
@@ -101,6 +102,26 @@ TEST_F(Recolor, RefusesBadSourcesBeforeWritingAnything) {
   EXPECT_EQ(failure({{"animations/a.json", animation}, {"/tmp/rooted.txt", "x"}}), 12);
   EXPECT_EQ(temporaryItems(), 0u);
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "escaped.txt"));
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(Recolor, RemovingRecoloredCopiesLeavesOnlyWhatOthersWrote) {
+  const auto source = folder.path() / "in.lottie";
+  makeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
+                       {"animations/a.json", animation}});
+  frameloom::testing::writeFile(temporary() / "host.txt", "kept");
+  frameloom::removeRecoloredCopies();
+  DotLottieFile::recolor(source, palette, 3);
+  DotLottieFile::recolor(source, palette, 3);
+  ASSERT_EQ(temporaryItems(), 5u);
+
+  EXPECT_EQ(frameloom::removeRecoloredCopies(), 4u);
+  EXPECT_EQ(temporaryItems(), 1u);
+  EXPECT_TRUE(std::filesystem::exists(temporary() / "host.txt"));
+  EXPECT_EQ(frameloom::removeRecoloredCopies(), 0u);
 }
 
 } // namespace

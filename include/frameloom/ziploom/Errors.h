@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <frameloom/platform/ZiploomExport.h>
 #include <stdexcept>
 #include <string>
 
@@ -9,7 +10,7 @@
 // path), made by throwPOSIXError.
 namespace frameloom::ziploom {
 
-class ArchiveError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT ArchiveError : public std::runtime_error {
 public:
   enum class Code {
     unreadableArchive,
@@ -36,7 +37,7 @@ private:
 };
 
 // Reading from or writing to a stream failed.
-class DataError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT DataError : public std::runtime_error {
 public:
   enum class Code { unreadableFile, unwritableFile };
   explicit DataError(Code code);
@@ -47,7 +48,7 @@ private:
 };
 
 // The C library could not present an in-memory archive as a stream.
-class MemoryFileError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT MemoryFileError : public std::runtime_error {
 public:
   enum class Code { invalidMemoryFile };
   explicit MemoryFileError(Code code = Code::invalidMemoryFile);
@@ -58,7 +59,7 @@ private:
 };
 
 // A file attribute needed for a symbolic link is missing.
-class EntryError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT EntryError : public std::runtime_error {
 public:
   enum class Code { missingPermissionsAttributeError, missingModificationDateAttributeError };
   explicit EntryError(Code code);
@@ -69,7 +70,7 @@ private:
 };
 
 // A file-system condition detected before any system call fails, with the path involved.
-class FileError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT FileError : public std::runtime_error {
 public:
   enum class Code {
     fileReadNoSuchFile,
@@ -88,6 +89,7 @@ private:
 };
 
 // Throws std::filesystem::filesystem_error for the error number and path.
-[[noreturn]] void throwPOSIXError(int errorNumber, const std::filesystem::path& path);
+[[noreturn]] FRAMELOOM_ZIPLOOM_EXPORT void throwPOSIXError(int errorNumber,
+                                                           const std::filesystem::path& path);
 
 } // namespace frameloom::ziploom

@@ -5,6 +5,7 @@
 #include <frameloom/ziploom/Text.h>
 
 #include <filesystem>
+#include <frameloom/platform/ZiploomExport.h>
 #include <memory>
 #include <optional>
 
@@ -22,29 +23,34 @@ using ProgressPointer = std::shared_ptr<frameloom::platform::Progress>;
 // True when `url`, with "." and ".." steps resolved (lexically, against the current folder for
 // relative paths), lies below `folder`. A sibling whose name merely begins with the folder's name
 // is not contained.
-bool isContained(const std::filesystem::path& url, const std::filesystem::path& folder);
+FRAMELOOM_ZIPLOOM_EXPORT bool isContained(const std::filesystem::path& url,
+                                          const std::filesystem::path& folder);
 
 // Zips `source` into a new archive at `destination`, which must not exist. A file becomes one
 // entry under its own name; a folder's contents are added depth first in name order, below a
 // top-level entry named for the folder when `shouldKeepParent`. On failure the archive keeps
 // the entries added before it.
-void zipItem(const std::filesystem::path& source, const std::filesystem::path& destination,
-             bool shouldKeepParent = false,
-             CompressionMethod compressionMethod = CompressionMethod::none,
-             const ProgressPointer& progress = nullptr);
+FRAMELOOM_ZIPLOOM_EXPORT void zipItem(const std::filesystem::path& source,
+                                      const std::filesystem::path& destination,
+                                      bool shouldKeepParent = false,
+                                      CompressionMethod compressionMethod = CompressionMethod::none,
+                                      const ProgressPointer& progress = nullptr);
 
 // Unzips every entry of the archive at `source` below `destination` (created when missing).
 // Refuses, before writing anything of it, an entry whose path climbs out of the destination or
 // leads through a symbolic link that points outside; links whose own target lies outside are
 // refused unless `allowUncontainedSymlinks`. Unless `skipCRC32`, each item's checksum is
 // compared with its entry's. Items unzipped before a failure stay.
-void unzipItem(const std::filesystem::path& source, const std::filesystem::path& destination,
-               bool skipCRC32 = false, bool allowUncontainedSymlinks = false,
-               const ProgressPointer& progress = nullptr,
-               std::optional<TextEncoding> pathEncoding = std::nullopt);
+FRAMELOOM_ZIPLOOM_EXPORT void unzipItem(const std::filesystem::path& source,
+                                        const std::filesystem::path& destination,
+                                        bool skipCRC32 = false,
+                                        bool allowUncontainedSymlinks = false,
+                                        const ProgressPointer& progress = nullptr,
+                                        std::optional<TextEncoding> pathEncoding = std::nullopt);
 // The same without links pointing outside.
-void unzipItem(const std::filesystem::path& source, const std::filesystem::path& destination,
-               bool skipCRC32, const ProgressPointer& progress,
-               std::optional<TextEncoding> preferredEncoding = std::nullopt);
+FRAMELOOM_ZIPLOOM_EXPORT void
+unzipItem(const std::filesystem::path& source, const std::filesystem::path& destination,
+          bool skipCRC32, const ProgressPointer& progress,
+          std::optional<TextEncoding> preferredEncoding = std::nullopt);
 
 } // namespace frameloom::ziploom

@@ -3,12 +3,12 @@
 #include <frameloom/files/DotLottieFile.h>
 #include <frameloom/platform/graphics/TraitCollection.h>
 #include <frameloom/platform/runtime/Cancellation.h>
+#include <frameloom/platform/system/Log.h>
 #include <frameloom/platform/system/UniqueFile.h>
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <limits>
 
 namespace frameloom {
@@ -150,7 +150,7 @@ DotLottieActor::loadFile(const Url& url, std::optional<Size> size,
       return makeAnimation(*data, size);
     }
   }
-  std::cout << "Failed to load .lottie data from " + fileToLoad.description() + "\n" << std::flush;
+  platform::logLine("Failed to load .lottie data from " + fileToLoad.description());
   return nullptr;
 }
 

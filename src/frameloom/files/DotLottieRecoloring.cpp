@@ -9,6 +9,8 @@
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Text.h>
 
+#include "frameloom/files/CopyRegistry.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -168,6 +170,7 @@ fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& j
       throw DotLottieError(DotLottieError::Code::entryOutsideWorkFolder, entry.path());
     }
   }
+  detail::rememberRecoloredCopy(work);
   fs::create_directories(work);
   const fs::path jsonDestination = destinationOf(work, jsonPath);
   bool jsonSkipped = false;
@@ -186,6 +189,7 @@ fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& j
 
   const fs::path output = platform::temporaryDirectory() /
                           ("modified_" + platform::Uuid::random().uuidString() + ".lottie");
+  detail::rememberRecoloredCopy(output);
   std::unique_ptr<ziploom::Archive> archive =
       ziploom::Archive::make(output, ziploom::AccessMode::create);
   if (!archive) {
