@@ -1,5 +1,7 @@
 #pragma once
 
+#include <frameloom/cache/CacheError.h>
+
 #include <curl/curl.h>
 
 #include <chrono>
@@ -15,7 +17,7 @@ namespace frameloom {
 // A transfer that did not complete: no connection, a time-out, a refused scheme, too many
 // redirects, a malformed answer, a body over the size limit, ... `code()` is libcurl's result
 // code; the description is libcurl's text for it followed by its detail for this transfer.
-class FRAMELOOM_EXPORT TransferError : public std::runtime_error {
+class FRAMELOOM_EXPORT TransferError : public CacheError {
 public:
   TransferError(CURLcode code, const std::string& description);
 

@@ -5,12 +5,20 @@
 #include <stdexcept>
 #include <string>
 
-// Ziploom's error types. Each carries a code so that callers can tell every case apart, and a
-// one-line message. Failures of system calls are std::filesystem::filesystem_error (errno and
-// path), made by throwPOSIXError.
+// Every error Ziploom raises itself, in one place. Each type carries a code so that callers can
+// tell every case apart, and a one-line message; all derive from ZiploomError, so one catch takes
+// them all. Failures of system calls are std::filesystem::filesystem_error (errno and path), made
+// by throwPOSIXError.
 namespace frameloom::ziploom {
 
-class FRAMELOOM_ZIPLOOM_EXPORT ArchiveError : public std::runtime_error {
+// The base of every Ziploom error.
+class FRAMELOOM_ZIPLOOM_EXPORT ZiploomError : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
+// What an archive operation refuses or cannot do.
+class FRAMELOOM_ZIPLOOM_EXPORT ArchiveError : public ZiploomError {
 public:
   enum class Code {
     unreadableArchive,
@@ -37,7 +45,7 @@ private:
 };
 
 // Reading from or writing to a stream failed.
-class FRAMELOOM_ZIPLOOM_EXPORT DataError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT DataError : public ZiploomError {
 public:
   enum class Code { unreadableFile, unwritableFile };
   explicit DataError(Code code);
@@ -48,7 +56,7 @@ private:
 };
 
 // The C library could not present an in-memory archive as a stream.
-class FRAMELOOM_ZIPLOOM_EXPORT MemoryFileError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT MemoryFileError : public ZiploomError {
 public:
   enum class Code { invalidMemoryFile };
   explicit MemoryFileError(Code code = Code::invalidMemoryFile);
@@ -59,7 +67,7 @@ private:
 };
 
 // A file attribute needed for a symbolic link is missing.
-class FRAMELOOM_ZIPLOOM_EXPORT EntryError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT EntryError : public ZiploomError {
 public:
   enum class Code { missingPermissionsAttributeError, missingModificationDateAttributeError };
   explicit EntryError(Code code);
@@ -70,7 +78,7 @@ private:
 };
 
 // A file-system condition detected before any system call fails, with the path involved.
-class FRAMELOOM_ZIPLOOM_EXPORT FileError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT FileError : public ZiploomError {
 public:
   enum class Code {
     fileReadNoSuchFile,
@@ -86,6 +94,19 @@ public:
 private:
   Code code_;
   std::filesystem::path path_;
+};
+
+// Raised by compress and decompress when the deflate stream cannot be set up (invalidStream) or
+// when processing reports an error, such as corrupt or truncated compressed data (corruptedData).
+class FRAMELOOM_ZIPLOOM_EXPORT CompressionError : public ZiploomError {
+public:
+  enum class Code { invalidStream, corruptedData };
+
+  CompressionError(Code code, const std::string& what);
+  Code code() const noexcept { return code_; }
+
+private:
+  Code code_;
 };
 
 // Throws std::filesystem::filesystem_error for the error number and path.

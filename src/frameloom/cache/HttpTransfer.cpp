@@ -31,7 +31,7 @@ void setOption(CURL* handle, CURLoption option, Value value) {
 } // namespace
 
 TransferError::TransferError(CURLcode code, const std::string& description)
-    : std::runtime_error(description), code_(code) {}
+    : CacheError(description), code_(code) {}
 
 void HttpTransfer::initialiseLibrary() {
   // curl_global_init must run once before handles are made; a function-local static makes that

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <frameloom/platform/Export.h>
+#include <stdexcept>
+
+namespace frameloom {
+
+// The base of every error the cache raises (LottieCacheError, HttpStatusError, TransferError), so
+// that one catch takes them all.
+class FRAMELOOM_EXPORT CacheError : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
+} // namespace frameloom
