@@ -4,8 +4,8 @@
 # example against the installed package twice: through find_package and through pkg-config. Then
 # it builds a host project with targets of its own named asio and platform that adds Frameloom as
 # a subdirectory, and the windowed example, whose screenshot under Xvfb must show the animation.
-# With --deb it also packs the shared build with CPack, installs the package and builds the host
-# example against it (this installs into /usr: for CI machines only).
+# Last, it packs the shared build with CPack (cpack -G DEB), checks that apt would install the
+# package, unpacks it into a scratch root and builds and runs the host example against that.
 #
 # The builds live in build-check-* next to build/ so that ccache serves the static one from the
 # default build. FRAMELOOM_JOBS sets the parallel jobs (default 2).
@@ -13,8 +13,6 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 jobs=${FRAMELOOM_JOBS:-2}
-with_deb=0
-[ "${1:-}" = --deb ] && with_deb=1
 export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
 export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER-ccache}
 export CCACHE_BASEDIR=${CCACHE_BASEDIR-$root}
@@ -103,13 +101,13 @@ DISPLAY=$display SDL_VIDEODRIVER=x11 "$scratch/window/frameloom_window" "$scratc
   --screenshot "$scratch/window.ppm"
 python3 scripts/check_screenshot.py "$scratch/window.ppm"
 
-if [ "$with_deb" = 1 ]; then
-  echo "== Debian package"
-  (cd "$root/build-check-shared" && cpack -G DEB >/dev/null)
-  package=$(ls "$root"/build-check-shared/frameloom-dev_*.deb)
-  apt-get install -y "$package" >/dev/null
-  cmake -S examples/host -B "$scratch/host-deb" -G Ninja >/dev/null
-  cmake --build "$scratch/host-deb" >/dev/null
-  run_host "$scratch/host-deb/frameloom_host"
-fi
+echo "== Debian package"
+(cd "$root/build-check-shared" && cpack -G DEB >/dev/null)
+package=$(ls "$root"/build-check-shared/frameloom-dev_*.deb)
+apt-get install --simulate "$package" >/dev/null
+dpkg-deb -x "$package" "$scratch/deb-root"
+cmake -S examples/host -B "$scratch/host-deb" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/deb-root/usr" \
+  >/dev/null
+cmake --build "$scratch/host-deb" >/dev/null
+run_host "$scratch/host-deb/frameloom_host"
 echo "install checks passed"
