@@ -77,10 +77,11 @@ int MainLoop::fileDescriptor() {
 }
 
 void MainLoop::wakeAt(std::chrono::steady_clock::time_point time) {
-  if (wakeFd_ < 0) {
-    return;
-  }
+  // Remembered even before a host asks for the descriptor, so that a timer started earlier
+  // still wakes it; past times are dropped, which keeps one entry per pending timer.
+  const auto now = std::chrono::steady_clock::now();
   std::lock_guard lock(wakeMutex_);
+  std::erase_if(wakeTimes_, [now](auto pending) { return pending <= now; });
   wakeTimes_.push_back(time);
   armTimer(std::nullopt);
 }
@@ -94,6 +95,9 @@ void MainLoop::wakeNow() {
 }
 
 void MainLoop::armTimer(std::optional<std::chrono::steady_clock::time_point> now) {
+  if (wakeFd_ < 0) {
+    return;
+  }
   std::optional<std::chrono::steady_clock::time_point> earliest = now;
   for (auto time : wakeTimes_) {
     if (!earliest || time < *earliest) {
