@@ -3,6 +3,7 @@
 #include "support/TemporaryFolder.h"
 #include <frameloom/files/DotLottieError.h>
 #include <frameloom/files/DotLottieFile.h>
+#include <frameloom/files/RecoloredCopies.h>
 #include <frameloom/ziploom/Errors.h>
 
 #include <gtest/gtest.h>
@@ -121,6 +122,26 @@ TEST_F(Recolor, EntryPathsAreAppendedToTheWorkFolderAndNeverReplaceEachOther) {
     EXPECT_EQ(error.code(), frameloom::ziploom::FileError::Code::fileWriteFileExists);
     EXPECT_EQ(error.path().filename(), "a.json");
   }
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(Recolor, RemovingRecoloredCopiesLeavesOnlyWhatOthersWrote) {
+  const auto source = folder.path() / "in.lottie";
+  makeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
+                       {"animations/a.json", animation}});
+  frameloom::testing::writeFile(temporary() / "host.txt", "kept");
+  frameloom::removeRecoloredCopies();
+  DotLottieFile::recolor(source, palette, 3);
+  DotLottieFile::recolor(source, palette, 3);
+  ASSERT_EQ(temporaryItems(), 5u);
+
+  EXPECT_EQ(frameloom::removeRecoloredCopies(), 4u);
+  EXPECT_EQ(temporaryItems(), 1u);
+  EXPECT_TRUE(std::filesystem::exists(temporary() / "host.txt"));
+  EXPECT_EQ(frameloom::removeRecoloredCopies(), 0u);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <frameloom/files/AnimationFileError.h>
 
+#include <frameloom/platform/Export.h>
 #include <string>
 #include <string_view>
 
@@ -10,7 +11,7 @@ namespace frameloom {
 // A failure that recolouring a .lottie file detects itself, in the error domain "DotLottie": a
 // numbered code and its fixed message. Errors of the archive layer and the file system that it
 // does not replace by one of these pass through unchanged.
-class DotLottieError : public AnimationFileError {
+class FRAMELOOM_EXPORT DotLottieError : public AnimationFileError {
 public:
   enum class Code : int {
     failedToReadArchive = 1,          // "Failed to read archive"

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <optional>
 #include <string>
 
@@ -20,7 +21,7 @@ enum class Fit {
 
 // A fit and an alignment: 0 puts the animation at the left (top) edge, 0.5 centres it, 1 puts it
 // at the right (bottom) edge. Alignment matters only where the fit leaves room.
-struct Layout {
+struct FRAMELOOM_EXPORT Layout {
   Fit fit = Fit::contain;
   double alignX = 0.5;
   double alignY = 0.5;
@@ -29,10 +30,10 @@ struct Layout {
 };
 
 // The animation kept whole and centred, aspect ratio kept.
-Layout createDefaultLayout();
+FRAMELOOM_EXPORT Layout createDefaultLayout();
 
 // A rectangle of target pixels.
-struct PixelRect {
+struct FRAMELOOM_EXPORT PixelRect {
   std::int64_t x = 0;
   std::int64_t y = 0;
   std::int64_t width = 0;
@@ -43,13 +44,14 @@ struct PixelRect {
 
 // Where `layout` puts content of the given size inside a target of the given size. Sizes must
 // be positive; alignments outside 0...1 are clamped.
-PixelRect layoutRect(const Layout& layout, double contentWidth, double contentHeight,
-                     std::int64_t targetWidth, std::int64_t targetHeight);
+FRAMELOOM_EXPORT PixelRect layoutRect(const Layout& layout, double contentWidth,
+                                      double contentHeight, std::int64_t targetWidth,
+                                      std::int64_t targetHeight);
 
 // How an animation is set up when it is created. The renderer acts on the size, the layout and
 // the background; autoplay, loop, mode, speed, interpolation, segments, marker and theme describe
 // how a player should drive it and are kept for that player: frames here are set explicitly.
-struct AnimationConfig {
+struct FRAMELOOM_EXPORT AnimationConfig {
   bool autoplay = false;
   bool loop = false;
   Mode mode = Mode::forward;

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <frameloom/platform/ZiploomExport.h>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -30,7 +31,7 @@ namespace frameloom::ziploom {
 // Not thread-safe: every operation seeks the shared stream, so use an archive from one thread
 // at a time. Throws ArchiveError, DataError, MemoryFileError, FileError, the errors of
 // ziploom::decompress and std::filesystem::filesystem_error for failing system calls.
-class Archive {
+class FRAMELOOM_ZIPLOOM_EXPORT Archive {
 public:
   using AccessMode = ziploom::AccessMode;
   using EndOfCentralDirectoryRecord = ziploom::EndOfCentralDirectoryRecord;

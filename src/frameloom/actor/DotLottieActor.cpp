@@ -3,6 +3,7 @@
 #include <frameloom/files/DotLottieFile.h>
 #include <frameloom/platform/graphics/TraitCollection.h>
 #include <frameloom/platform/runtime/Cancellation.h>
+#include <frameloom/platform/system/Log.h>
 #include <frameloom/platform/system/UniqueFile.h>
 #include <frameloom/renderer/Limits.h>
 
@@ -13,7 +14,6 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <limits>
 
 namespace frameloom {
@@ -171,7 +171,7 @@ DotLottieActor::loadFile(const Url& url, std::optional<Size> size,
       return makeAnimation(*data, size);
     }
   }
-  std::cout << "Failed to load .lottie data from " + fileToLoad.description() + "\n" << std::flush;
+  platform::logLine("Failed to load .lottie data from " + fileToLoad.description());
   return nullptr;
 }
 

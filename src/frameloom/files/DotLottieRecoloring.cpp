@@ -12,6 +12,8 @@
 #include <frameloom/ziploom/FileSystem.h>
 #include <frameloom/ziploom/Text.h>
 
+#include "frameloom/files/CopyRegistry.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -201,6 +203,8 @@ fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& j
   const fs::path output = platform::temporaryDirectory() /
                           ("modified_" + platform::Uuid::random().uuidString() + ".lottie");
   RemovedUnlessKept written({work, output});
+  detail::rememberRecoloredCopy(work);
+  detail::rememberRecoloredCopy(output);
   fs::create_directories(work);
   const fs::path jsonDestination = destinationOf(work, jsonPath);
   bool jsonSkipped = false;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <frameloom/platform/ZiploomExport.h>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,7 +20,7 @@ namespace frameloom::platform {
 // Cancelling a record cancels its children, and a child attached to a cancelled parent starts
 // cancelled. The observer runs on the thread that made the change, after the record's lock is
 // released; it must not block.
-class Progress : public std::enable_shared_from_this<Progress> {
+class FRAMELOOM_ZIPLOOM_EXPORT Progress : public std::enable_shared_from_this<Progress> {
 public:
   using Observer = std::function<void(const Progress&)>;
 
