@@ -232,6 +232,9 @@ TEST_F(LottieCacheTest, TrimsAtStartUpAndWhenADownloadCrossesTheLimit) {
   EXPECT_THAT(names(), ElementsAre("middle", "new"));
 
   makeSparseFile("filler", LottieCache::maxDiskSize - 60 * mebibyte - 1000);
+  // A download right after the filler could share its date to the clock's tick, and equal dates
+  // are trimmed in listing order: the pause keeps the download the newer.
+  std::this_thread::sleep_for(std::chrono::milliseconds(15));
   const Url exact = url("/bytes/1000/exact"); // brings the folder to exactly the limit
   load(*cache, exact);
   EXPECT_EQ(MainLoop::shared().runUntilComplete(cache->diskCacheSize()), LottieCache::maxDiskSize);

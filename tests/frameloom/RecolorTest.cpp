@@ -130,7 +130,7 @@ namespace {
 
 TEST_F(Recolor, RemovingRecoloredCopiesLeavesOnlyWhatOthersWrote) {
   const auto source = folder.path() / "in.lottie";
-  makeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
+  writeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
                        {"animations/a.json", animation}});
   frameloom::testing::writeFile(temporary() / "host.txt", "kept");
   frameloom::removeRecoloredCopies();
