@@ -119,7 +119,12 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
                  static_cast<double>(contentHeight), target.width, target.height);
   const auto stride = static_cast<std::size_t>(target.width) * 4;
   std::vector<std::uint8_t> pixels(stride * static_cast<std::size_t>(target.height));
-  const auto frame = static_cast<std::size_t>(std::lround(frame_));
+  // rlottie does not draw its own last frame number (out point minus in point): the surface keeps
+  // what an earlier render of the model left, nothing on a first render. The frame before it is
+  // the last one the animation shows.
+  const std::size_t lastFrame = model_->totalFrame();
+  const auto frame =
+      std::min(static_cast<std::size_t>(std::lround(frame_)), lastFrame > 0 ? lastFrame - 1 : 0);
   const bool keepAspectRatio = config_.layout.fit == Fit::contain;
   if (rect == PixelRect{0, 0, target.width, target.height}) {
     rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()),
