@@ -1,5 +1,7 @@
 #pragma once
 
+#include <frameloom/cache/CacheError.h>
+
 #include <curl/curl.h>
 
 #include <chrono>
@@ -14,7 +16,7 @@ namespace frameloom {
 // A transfer that did not complete: no connection, a time-out, a refused scheme, too many
 // redirects, a malformed answer, a body over the size limit, ... `code()` is libcurl's result
 // code; the description is libcurl's text for it followed by its detail for this transfer.
-class TransferError : public std::runtime_error {
+class TransferError : public CacheError {
 public:
   TransferError(CURLcode code, const std::string& description);
 
@@ -30,7 +32,9 @@ struct TransferLimits {
   std::chrono::milliseconds connectTimeout{std::chrono::seconds(60)};
   // A transfer that receives nothing for this long, headers or body, is abandoned.
   std::chrono::milliseconds stallTimeout{std::chrono::seconds(60)};
-  // A larger body ends the transfer with an error.
+  // A larger body ends the transfer with an error ("Maximum file size exceeded: the body exceeds
+  // N bytes"), whether its length was announced or not: a hostile server cannot make a load hold
+  // more memory than the disk cache's whole budget (LottieCache::maxDiskSize).
   std::int64_t maxBodySize = 209'715'200;
 };
 

@@ -68,14 +68,17 @@ public:
   };
 
   // Opens the archive at `url`; `create` first writes an empty archive there and fails when
-  // something exists. `pathEncoding`, when given, decodes every entry path for lookups.
+  // something exists. `pathEncoding`, when given, decodes every entry path for lookups. Throws
+  // ZiploomError, or std::filesystem::filesystem_error when the file cannot be opened.
   Archive(const std::filesystem::path& url, AccessMode accessMode,
           std::optional<TextEncoding> pathEncoding = std::nullopt);
   // Opens an archive over `data` in memory (empty for `create`).
   Archive(Bytes data, AccessMode accessMode,
           std::optional<TextEncoding> pathEncoding = std::nullopt);
 
-  // The same, with nothing returned instead of any error.
+  // The same, with nothing returned when the archive cannot be opened (a ZiploomError or a
+  // system error, whose reason the constructors above report). Running out of memory and other
+  // faults still propagate.
   static std::unique_ptr<Archive>
   make(const std::filesystem::path& url, AccessMode accessMode,
        std::optional<TextEncoding> preferredEncoding = std::nullopt);
@@ -137,7 +140,8 @@ public:
     std::filesystem::path fileURL;
   };
 
-  // Adds the item at `base.baseURL / path` under `path`.
+  // Adds the item at `base.baseURL` with `path` appended as a path component (an absolute path
+  // too stays below the base) under `path`.
   void addEntry(const std::string& path, const RelativeTo& base,
                 CompressionMethod compressionMethod = CompressionMethod::none,
                 std::int64_t bufferSize = defaultWriteChunkSize,
@@ -151,7 +155,9 @@ public:
                 const ProgressPointer& progress = nullptr);
   // Adds an entry whose data `provider` delivers in chunks of at most `bufferSize` bytes: a
   // file's contents, a link's target text, nothing for a directory. Directories and links are
-  // always stored. Throws ArchiveError::invalidEntryPath for a path longer than 65,535 bytes.
+  // always stored; the path and size are written as given, for a directory too. Throws
+  // ArchiveError::invalidEntryPath for a path longer than 65,535 bytes,
+  // ArchiveError::negativeEntrySize for a negative size.
   void addEntry(const std::string& path, Entry::EntryType type, std::int64_t uncompressedSize,
                 std::chrono::system_clock::time_point modificationDate,
                 std::optional<std::uint16_t> permissions, CompressionMethod compressionMethod,
@@ -171,11 +177,12 @@ public:
   // Units of progress for adding the item: 1 for a folder, else its size; -1 when unknown.
   static std::int64_t totalUnitCountForAddingItem(const std::filesystem::path& url);
 
-  // Removing an entry. A complete new archive without the entry is written beside this one (in
-  // a scratch folder next to the file, else in the temporary folder; in memory for an archive in
-  // memory) and then takes its place, so a failed or cancelled removal changes nothing and
-  // leaves no scratch folder behind. Entries taken from the archive before are stale after.
-  // Throws ArchiveError::invalidEntryPath when the entry is not one of this archive's.
+  // Removing an entry. A complete new archive without the entry is written in a scratch folder
+  // of the system's temporary folders, one on the archive's file system when there is one (in
+  // memory for an archive in memory), and then takes its place, so a failed or cancelled removal
+  // changes nothing and leaves no scratch folder behind. Entries taken from the archive before
+  // are stale after. Throws ArchiveError::invalidEntryPath when the entry is not one of this
+  // archive's, ArchiveError::damagedCentralDirectory when its enumeration stops early.
   void remove(const Entry& entry, std::int64_t bufferSize = defaultReadChunkSize,
               const ProgressPointer& progress = nullptr);
   // Units of progress for removing the entry: the bytes that will be copied.
