@@ -165,9 +165,12 @@ SystemFont::SystemFont(const std::string& family, const std::string& style)
       !FT_IS_SCALABLE(handles_->face) || handles_->face->units_per_EM == 0) {
     return;
   }
-  handles_->font = hb_ft_font_create_referenced(handles_->face);
-  // Positions in font units, scaled to pixels here like the outlines.
-  hb_font_set_scale(handles_->font, handles_->face->units_per_EM, handles_->face->units_per_EM);
+  // HarfBuzz's own OpenType functions on FreeType's face: positions in font units (a new font's
+  // scale), scaled to pixels here like the outlines. The face has no pixel size, so FreeType's
+  // metrics functions would give no advances.
+  hb_face_t* face = hb_ft_face_create_referenced(handles_->face);
+  handles_->font = hb_font_create(face);
+  hb_face_destroy(face);
 }
 
 SystemFont::~SystemFont() = default;
