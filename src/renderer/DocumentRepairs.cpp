@@ -179,17 +179,10 @@ bool planeRotations(Json& document) {
     if (isThreeDimensional(layer) || transform == layer.end() || !transform->is_object()) {
       return;
     }
-    // A 2D layer turns about one axis only; a rotation written under a 3D name is that turn.
-    for (const char* key : {"rz", "ry", "rx"}) {
-      const auto rotation = transform->find(key);
-      if (rotation == transform->end()) {
-        continue;
-      }
-      if (!transform->contains("r")) {
-        (*transform)["r"] = std::move(*rotation);
-      }
-      transform->erase(key);
-      changed = true;
+    // A 2D layer turns by "r" alone; 3D rotations on it are ignored by other players, where
+    // rlottie refuses the document.
+    for (const char* key : {"rx", "ry", "rz"}) {
+      changed |= transform->erase(key) > 0;
     }
   });
   return changed;

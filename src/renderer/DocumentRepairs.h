@@ -25,7 +25,8 @@ namespace frameloom::renderer {
 // is harmless in theory can still change how rlottie reads another document:
 // - whole numbers written as floats ("ty": 3.0): wholeFloatsAsIntegers();
 // - a fractional composition size: wholeCompositionSize();
-// - rotations written "rx", "ry" or "rz" on a 2D layer: planeRotations();
+// - rotations "rx", "ry" or "rz" on a 2D layer, which turns by "r" alone: planeRotations() drops
+//   them;
 // - members whose value is null: dropNullMembers().
 bool dropLastKeyframeEasing(nlohmann::ordered_json& document);
 bool dropInertMasks(nlohmann::ordered_json& document);
