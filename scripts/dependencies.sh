@@ -10,6 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev
   zip unzip python3
   libsdl2-dev xvfb
+  libfreetype-dev libharfbuzz-dev libfontconfig-dev fonts-dejavu-core
 )
 
 missing=()

@@ -77,6 +77,18 @@ TEST(DotLottieAnimationTest, FramesCountFromTheInPointAndRoundToNearest) {
   }
 }
 
+// Frames at or a hair below a fractional out point still show the animation's last picture.
+TEST(DotLottieAnimationTest, FramesAtTheOutPointAreDrawn) {
+  for (const double outPoint : {24.0, 24.000001, 23.99998}) {
+    auto animation =
+        make(bytesOf(sampleLottie(8, 8, {{0, 0, 8, 8, {{0, {1, 0, 0}}}}}, {0, outPoint, 30})),
+             std::nullopt, std::nullopt);
+    const float last = std::floor(animation.totalFrames());
+    ASSERT_TRUE(animation.setFrame(last)) << outPoint;
+    EXPECT_EQ(animation.tick()->pixel(4, 4), r) << outPoint;
+  }
+}
+
 TEST(DotLottieAnimationTest, HostileFramesAndSizesAreRefused) {
   auto animation = make(halves, 0, 250);
   ASSERT_TRUE(!animation.tick() && animation.setFrame(12));
