@@ -104,18 +104,18 @@ void MainLoop::armTimer(std::optional<std::chrono::steady_clock::time_point> now
       earliest = time;
     }
   }
-  itimerspec spec{};
+  itimerspec deadline{};
   if (earliest) {
     const auto since = earliest->time_since_epoch();
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
-    spec.it_value.tv_sec = seconds.count();
-    spec.it_value.tv_nsec = std::chrono::nanoseconds(since - seconds).count();
+    deadline.it_value.tv_sec = seconds.count();
+    deadline.it_value.tv_nsec = std::chrono::nanoseconds(since - seconds).count();
     // A zero value disarms the timer; the clock's origin itself is long past.
-    if (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0) {
-      spec.it_value.tv_nsec = 1;
+    if (deadline.it_value.tv_sec == 0 && deadline.it_value.tv_nsec == 0) {
+      deadline.it_value.tv_nsec = 1;
     }
   }
-  ::timerfd_settime(wakeFd_, TFD_TIMER_ABSTIME, &spec, nullptr);
+  ::timerfd_settime(wakeFd_, TFD_TIMER_ABSTIME, &deadline, nullptr);
 }
 
 void MainLoop::attach(std::shared_ptr<void> source) {
