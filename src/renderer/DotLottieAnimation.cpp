@@ -1,6 +1,7 @@
 #include <frameloom/renderer/DotLottieAnimation.h>
 
 #include "renderer/LottieDocument.h"
+#include "renderer/LottieTiming.h"
 
 #include <rlottie.h>
 
@@ -127,12 +128,11 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
   const auto stride = static_cast<std::size_t>(target.width) * 4;
   std::vector<std::uint8_t> pixels(stride * static_cast<std::size_t>(target.height));
   const auto frame = static_cast<std::size_t>(std::lround(frame_));
-  const bool keepAspectRatio = config_.layout.fit == Fit::contain;
   if (rect == PixelRect{0, 0, target.width, target.height}) {
     rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()),
                              static_cast<std::size_t>(target.width),
                              static_cast<std::size_t>(target.height), stride);
-    model_->renderSync(frame, surface, keepAspectRatio);
+    model_->renderSync(frame, surface);
   } else {
     // rlottie clears bytesPerLine x height bytes from the start of its buffer, so a surface inside
     // the image would overrun it: render the rectangle on its own and copy it into place.
@@ -141,7 +141,7 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
     rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(inner.data()),
                              static_cast<std::size_t>(rect.width),
                              static_cast<std::size_t>(rect.height), rectStride);
-    model_->renderSync(frame, surface, keepAspectRatio);
+    model_->renderSync(frame, surface);
     for (std::int64_t row = 0; row < rect.height; ++row) {
       std::copy_n(inner.data() + static_cast<std::size_t>(row) * rectStride, rectStride,
                   pixels.data() + static_cast<std::size_t>(rect.y + row) * stride +

@@ -1,4 +1,5 @@
 #include "renderer/LottieDocument.h"
+#include "renderer/LottieTiming.h"
 #include "renderer/PictureInlining.h"
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/renderer/DotLottieAnimation.h>

@@ -92,11 +92,6 @@ asio::awaitable<void> DotLottieActor::destroy(Animation model) {
 
 AnimationConfig DotLottieActor::configuration(std::optional<Size> size) {
   AnimationConfig config;
-  config.autoplay = false;
-  config.loop = true;
-  config.mode = renderer::Mode::forward;
-  config.speed = 1;
-  config.useFrameInterpolation = true;
   config.backgroundColor = {};
   if (size) {
     config.width = pixels(size->width);

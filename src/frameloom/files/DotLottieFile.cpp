@@ -1,5 +1,6 @@
 #include <frameloom/files/DotLottieFile.h>
 
+#include "frameloom/files/DotLottieRecoloring.h"
 #include <frameloom/files/ColorReplacement.h>
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Text.h>
@@ -80,6 +81,16 @@ std::vector<DotLottieFile::PaletteColor> DotLottieFile::palette(std::string text
     colors.push_back(PaletteColor{colorKey(entry.source), entry.source, entry.uses});
   }
   return colors;
+}
+
+std::vector<DotLottieFile::PaletteColor>
+DotLottieFile::readPalette(const std::filesystem::path& dotLottieURL) {
+  return readDotLottiePalette(dotLottieURL);
+}
+
+std::filesystem::path DotLottieFile::recolor(const std::filesystem::path& dotLottieURL,
+                                             std::vector<ColorComponents> colors, int precision) {
+  return recolorDotLottie(dotLottieURL, std::move(colors), precision);
 }
 
 } // namespace frameloom
