@@ -5,13 +5,13 @@
 #include "PlayCommand.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/files/DotLottieFile.h>
+#include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/graphics/ContactSheet.h>
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/ziploom/Archive.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -68,11 +68,6 @@ void writeFile(const fs::path& path, const platform::Bytes& bytes) {
   fs::rename(partial, path);
 }
 
-std::string shortest(double value) {
-  char text[32];
-  return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
-}
-
 // A 4 x 3 sheet of evenly spaced frames of the .lottie at `path`, rendered through the actor.
 asio::awaitable<void> writeContactSheet(const fs::path& path, const fs::path& sheet) {
   constexpr std::size_t columns = 4;
@@ -111,8 +106,8 @@ void runDemo(const fs::path& folder) {
   std::cout << "animation: " << original.string() << "\n";
 
   const DotLottieFile file(original);
-  std::cout << "size: " << shortest(file.size().width) << " x " << shortest(file.size().height)
-            << "\n";
+  std::cout << "size: " << platform::shortestDecimal(file.size().width) << " x "
+            << platform::shortestDecimal(file.size().height) << "\n";
   std::cout << "palette:\n";
   for (const auto& color : DotLottieFile::readPalette(original)) {
     std::cout << "  " << formatHexColor(color.color) << " " << color.key << " " << color.uses

@@ -64,7 +64,7 @@ private:
 };
 
 platform::Url sourceUrl(const std::string& source) {
-  if (source.starts_with("http://") || source.starts_with("https://")) {
+  if (platform::Url::isHttp(source)) {
     if (auto url = platform::Url::parse(source)) {
       return *url;
     }

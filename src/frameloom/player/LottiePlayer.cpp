@@ -1,10 +1,10 @@
 #include <frameloom/player/LottiePlayer.h>
 
+#include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/platform/runtime/SharedExecutor.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <iostream>
 #include <limits>
@@ -24,13 +24,7 @@ void log(std::string_view line) {
 
 // The shortest text that reads back as `value`, whole numbers with one decimal ("2.0", "0.2").
 std::string describe(float value) {
-  char text[64];
-  auto end = std::to_chars(text, text + sizeof text, value).ptr;
-  std::string result(text, end);
-  if (result.find_first_of(".eninf") == std::string::npos) {
-    result += ".0";
-  }
-  return result;
+  return platform::shortestDecimal(value, platform::WholeNumbers::withPoint);
 }
 
 // Truncates toward zero into the 64-bit range; not-a-number gives 0.
@@ -50,11 +44,6 @@ void destroyDetached(std::shared_ptr<PlayerServices> services, PlayerServices::M
   };
   platform::spawnDetached(platform::sharedExecutor(),
                           destroy(std::move(services), std::move(model)));
-}
-
-bool isRemote(const platform::Url& url) {
-  const std::string& text = url.absoluteString();
-  return text.starts_with("http://") || text.starts_with("https://");
 }
 
 } // namespace
@@ -104,7 +93,7 @@ asio::awaitable<void> LottiePlayer::loadAnimation(platform::Url url) {
 
 asio::awaitable<PlayerServices::Model>
 LottiePlayer::fetchAndLoad(std::shared_ptr<PlayerServices> services, platform::Url url) {
-  if (isRemote(url)) {
+  if (url.isHttp()) {
     auto bytes = co_await services->loadLottie(url);
     co_return co_await services->load(std::move(bytes), loadSize);
   }
