@@ -66,7 +66,7 @@ DotLottieAnimation::DotLottieAnimation(std::span<const std::uint8_t> dotLottieDa
   if (config_.width && config_.height) {
     size_ = PixelSize{*config_.width, *config_.height};
   }
-  std::optional<std::string> document = lottieDocument(dotLottieData);
+  std::optional<std::string> document = lottieDocument(dotLottieData, config_.animationRule);
   if (!document) {
     return;
   }

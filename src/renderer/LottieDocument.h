@@ -1,5 +1,7 @@
 #pragma once
 
+#include <frameloom/renderer/AnimationChoice.h>
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -8,8 +10,10 @@
 namespace frameloom::renderer {
 
 // The Lottie JSON document held by bytes given to the renderer: the bytes themselves when they
-// are plain JSON, otherwise the animation a .lottie archive in them holds. None when they hold
-// no animation. Inlined WebP pictures come back re-encoded as PNG. Never throws on bad input.
-std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes);
+// are plain JSON, otherwise the animation `rule` chooses in the .lottie archive they hold. None
+// when they hold no animation. Inlined WebP pictures come back re-encoded as PNG. Never throws on
+// bad input.
+std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes,
+                                          AnimationRule rule = AnimationRule::renderer);
 
 } // namespace frameloom::renderer

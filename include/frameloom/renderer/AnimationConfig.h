@@ -1,6 +1,7 @@
 #pragma once
 
 #include <frameloom/platform/graphics/Image.h>
+#include <frameloom/renderer/AnimationChoice.h>
 
 #include <cstdint>
 #include <optional>
@@ -35,7 +36,8 @@ struct PixelRect {
 PixelRect layoutRect(const Layout& layout, double contentWidth, double contentHeight,
                      std::int64_t targetWidth, std::int64_t targetHeight);
 
-// How an animation is set up when it is created: its size, layout and background. Frames are set
+// How an animation is set up when it is created: its size, layout, background and which animation
+// of an archive it shows. Frames are set
 // explicitly by whoever drives it.
 struct AnimationConfig {
   // Straight-alpha colour drawn under the animation; transparent by default.
@@ -43,6 +45,8 @@ struct AnimationConfig {
   std::optional<std::int64_t> width;
   std::optional<std::int64_t> height;
   Layout layout = createDefaultLayout();
+  // Which animation of a .lottie archive is shown.
+  AnimationRule animationRule = AnimationRule::renderer;
 };
 
 } // namespace frameloom::renderer

@@ -2,6 +2,7 @@
 
 #include "frameloom/files/DotLottieRecoloring.h"
 #include <frameloom/files/ColorReplacement.h>
+#include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Text.h>
 
@@ -47,8 +48,7 @@ platform::Size DotLottieFile::readAnimationSize(const std::filesystem::path& url
     }
   }
   for (const ziploom::Entry& entry : archive) {
-    const std::string path = lowercased(entry.path());
-    if (!path.starts_with("animations/") || !path.ends_with(".json")) {
+    if (!renderer::isSizeReaderAnimation(entry.path())) {
       continue;
     }
     platform::Bytes json;

@@ -4,11 +4,11 @@
 #include <frameloom/platform/system/Directories.h>
 #include <frameloom/platform/system/UniqueFile.h>
 #include <frameloom/platform/system/Uuid.h>
+#include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Text.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -38,16 +38,6 @@ bool isUTF8(std::string_view text) {
     }
   }
   return ziploom::isValidUTF8(bytesOf(text.substr(ascii)));
-}
-
-bool isAnimationJSON(const std::string& path) {
-  if (path.find("animations/") == std::string::npos || path.size() < 5) {
-    return false;
-  }
-  std::string extension = path.substr(path.size() - 5);
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return extension == ".json";
 }
 
 // Where an entry goes inside `work`: its path without the trailing "/" of a folder entry.
@@ -118,7 +108,7 @@ AnimationJSON readAnimationJSON(const fs::path& url) {
   }
   for (const ziploom::Entry& entry : *archive) {
     std::string path = entry.path();
-    if (!isAnimationJSON(path)) {
+    if (!renderer::isRecolouringAnimation(path)) {
       continue;
     }
     std::string data;
