@@ -4,6 +4,7 @@
 #include "ziploom/BlockIO.h"
 #include <frameloom/ziploom/Compression.h>
 #include <frameloom/ziploom/Errors.h>
+#include <frameloom/ziploom/FileSystem.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -39,23 +40,19 @@ Consumer withProgress(const Archive::ProgressPointer& progress, const Consumer& 
 
 // A link is contained when its target, resolved against the link's folder, lies inside that
 // folder. Resolution is lexical, so "sub/../../x" is caught without touching the file system.
-bool isContained(const std::filesystem::path& destination, const std::string& target) {
+bool isLinkContained(const std::filesystem::path& destination, const std::string& target) {
   const auto parent = destination.parent_path();
-  std::filesystem::path resolved =
-      std::filesystem::path(target).is_absolute() ? std::filesystem::path(target) : parent / target;
-  auto folder = parent.lexically_normal().string();
-  if (!folder.ends_with('/')) {
-    folder += '/';
-  }
-  return resolved.lexically_normal().string().starts_with(folder);
+  const std::filesystem::path path(target);
+  return isContained(path.is_absolute() ? path : parent / path, parent);
 }
 
 void setAttributes(const std::filesystem::path& path, const FileAttributes& attributes,
                    bool isSymlink) {
   const auto since = attributes.modificationDate.time_since_epoch();
   const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
+  // The access time stays the item's own; only the modification date comes from the entry.
   const timespec times[2] = {
-      {static_cast<time_t>(seconds.count()), 0},
+      {0, UTIME_OMIT},
       {static_cast<time_t>(seconds.count()),
        static_cast<long>(std::chrono::nanoseconds(since - seconds).count())}};
   if (isSymlink) {
@@ -225,7 +222,7 @@ std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& 
         throw ArchiveError(ArchiveError::Code::invalidEntryPath);
       }
       const std::string target(bytes.begin(), bytes.end());
-      if (!allowUncontainedSymlinks && !isContained(destination, target)) {
+      if (!allowUncontainedSymlinks && !isLinkContained(destination, target)) {
         throw ArchiveError(ArchiveError::Code::uncontainedSymlink);
       }
       std::filesystem::create_directories(destination.parent_path());

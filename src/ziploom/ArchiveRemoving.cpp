@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <vector>
 
 namespace frameloom::ziploom {
 
@@ -17,23 +18,38 @@ using namespace writing;
 
 namespace {
 
+// The system folders for temporary files, in order of preference.
+std::vector<std::filesystem::path> systemScratchFolders() {
+  std::error_code error;
+  const auto temporary = std::filesystem::temp_directory_path(error);
+  return {error ? std::filesystem::path("/tmp") : temporary, "/var/tmp"};
+}
+
 // A private folder for the scratch archive of a removal, deleted with its contents when this
-// goes, whatever happened. It lies next to the archive when the folder there is writable, so the
-// finished scratch file can be renamed over the archive; else in the temporary directory.
+// goes, whatever happened. It is made in a system folder for temporary files that lies on the
+// archive's file system, so that the finished scratch file is renamed over the archive in one
+// step and a crash leaves nothing beside the user's files. When no such folder shares the
+// archive's file system, the first one serves and the scratch file is copied over the archive.
 class ScratchFolder {
 public:
   explicit ScratchFolder(const std::filesystem::path& archive) {
-    const auto nextToArchive =
-        archive.parent_path() / ("." + archive.filename().string() + ".removing-XXXXXX");
-    for (const auto& candidate :
-         {nextToArchive, std::filesystem::temp_directory_path() / "ziploom-removing-XXXXXX"}) {
-      auto name = candidate.string();
-      if (mkdtemp(name.data()) != nullptr) {
-        path_ = name;
-        return;
+    const auto candidates = systemScratchFolders();
+    auto chosen = candidates.front();
+    struct stat archiveStatus {};
+    if (stat(std::filesystem::absolute(archive).parent_path().c_str(), &archiveStatus) == 0) {
+      for (const auto& candidate : candidates) {
+        struct stat status {};
+        if (stat(candidate.c_str(), &status) == 0 && status.st_dev == archiveStatus.st_dev) {
+          chosen = candidate;
+          break;
+        }
       }
     }
-    throwPOSIXError(errno, std::filesystem::temp_directory_path());
+    auto name = (chosen / "ziploom-removing-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+      throwPOSIXError(errno, chosen);
+    }
+    path_ = name;
   }
   ~ScratchFolder() {
     std::error_code ignored;
@@ -132,7 +148,7 @@ void Archive::remove(const Entry& entry, std::int64_t bufferSize, const Progress
   }
   // Rebuilding from a directory that could not be read in full would drop the entries missed.
   if (entries.size() != resolvedEntryCount()) {
-    throw ArchiveError(ArchiveError::Code::invalidCentralDirectoryEntryCount);
+    throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
   }
   if (std::find(entries.begin(), entries.end(), entry) == entries.end()) {
     throw ArchiveError(ArchiveError::Code::invalidEntryPath);

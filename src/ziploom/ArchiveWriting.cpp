@@ -5,6 +5,7 @@
 #include "ziploom/LittleEndian.h"
 #include "ziploom/StreamWriting.h"
 #include <frameloom/ziploom/Errors.h>
+#include <frameloom/ziploom/FileSystem.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -75,13 +76,9 @@ Bytes zip64Block(std::optional<Sizes> sizes, const std::uint64_t* offset) {
 }
 
 // The local header is written before the data and rewritten in place after it, so its length
-// must not change. Deflate can grow incompressible data slightly: an entry whose output might
-// reach the ZIP64 threshold gets the ZIP64 sizes from the start.
-bool needsZIP64LocalHeader(std::uint64_t uncompressedSize, CompressionMethod method) {
-  const auto worstCase = method == CompressionMethod::deflate
-                             ? uncompressedSize + uncompressedSize / 1000 + 1024
-                             : uncompressedSize;
-  return worstCase >= zip64Marker32;
+// must not change: it carries ZIP64 sizes exactly when the uncompressed size needs them.
+bool needsZIP64LocalHeader(std::uint64_t uncompressedSize) {
+  return uncompressedSize >= zip64Marker32;
 }
 
 LocalFileHeader makeLocalFileHeader(const std::string& path, CompressionMethod method,
@@ -139,8 +136,6 @@ CentralDirectoryStructure makeCentralDirectoryStructure(const LocalFileHeader& h
   if (sizes || offsetInExtra) {
     record.extraFieldData = zip64Block(sizes, offsetInExtra ? &headerOffset : nullptr);
     record.extraFieldLength = static_cast<std::uint16_t>(record.extraFieldData.size());
-    // An offset beyond 4 GiB alone also takes a reader that knows ZIP64.
-    record.versionNeededToExtract = std::max(record.versionNeededToExtract, versionNeededZIP64);
   }
   return record;
 }
@@ -149,6 +144,11 @@ void checkCancelled(const Archive::ProgressPointer& progress) {
   if (progress && progress->isCancelled()) {
     throw ArchiveError(ArchiveError::Code::cancelledOperation);
   }
+}
+
+// A folder found on disk is stored under a path ending in "/", as every tool expects.
+std::string entryPathFor(const std::string& path, EntryType type) {
+  return type == EntryType::directory && !path.ends_with('/') ? path + '/' : path;
 }
 
 struct FileItemStatus {
@@ -251,11 +251,8 @@ Archive::FormerTail Archive::readFormerTail() const {
   tail.centralDirectorySize = resolvedCentralDirectorySize();
   // A directory that does not lie inside the archive is damage; refusing it here also keeps a
   // forged size from reserving memory the file cannot fill.
-  if (tail.offset > length) {
-    throw ArchiveError(ArchiveError::Code::invalidCentralDirectoryOffset);
-  }
-  if (tail.centralDirectorySize > length - tail.offset) {
-    throw ArchiveError(ArchiveError::Code::invalidCentralDirectorySize);
+  if (tail.offset > length || tail.centralDirectorySize > length - tail.offset) {
+    throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
   }
   seek(file, tail.offset);
   tail.bytes = stream::readBytes(file, static_cast<std::size_t>(length - tail.offset));
@@ -306,7 +303,7 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
   std::FILE* file = archiveFile_.get();
   const auto dateTime = msdosDateTime(entry.modificationDate);
   const auto uncompressedSize = static_cast<std::uint64_t>(entry.uncompressedSize);
-  const bool reserveZIP64 = needsZIP64LocalHeader(uncompressedSize, entry.compressionMethod);
+  const bool reserveZIP64 = needsZIP64LocalHeader(uncompressedSize);
   // The header goes first with the checksum and sizes still unknown, and is completed once the
   // data is written: in place while it is still collected (small entries), else by seeking back.
   stream::WriteBehind writer(file, writeBlock_);
@@ -371,7 +368,7 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
   const Sizes sizes{uncompressedSize, written};
   const bool zip64 = sizes.uncompressed >= zip64Marker32 || sizes.compressed >= zip64Marker32;
   if (zip64 && !reserveZIP64) {
-    throw ArchiveError(ArchiveError::Code::invalidEntrySize);
+    throw ArchiveError(ArchiveError::Code::compressedSizeBeyondHeader);
   }
   const auto header = makeLocalFileHeader(entry.path, entry.compressionMethod, dateTime, checksum,
                                           sizes, reserveZIP64);
@@ -395,21 +392,18 @@ Archive::NewEntry Archive::describe(const std::string& path, EntryType type,
                                     CompressionMethod compressionMethod, std::int64_t bufferSize,
                                     const ProgressPointer& progress, const Provider& provider) {
   if (uncompressedSize < 0) {
-    throw ArchiveError(ArchiveError::Code::invalidEntrySize);
+    throw ArchiveError(ArchiveError::Code::negativeEntrySize);
   }
-  // A directory has no data, and its path ends in "/" as every tool expects; a link's data is
-  // its target text.
-  auto entryPath = type == EntryType::directory && !path.ends_with('/') ? path + '/' : path;
   // The name length field has 16 bits.
-  if (entryPath.size() > std::numeric_limits<std::uint16_t>::max()) {
+  if (path.size() > std::numeric_limits<std::uint16_t>::max()) {
     throw ArchiveError(ArchiveError::Code::invalidEntryPath);
   }
   if (progress) {
     progress->setTotalUnitCount(type == EntryType::directory ? 1 : uncompressedSize);
   }
-  return {std::move(entryPath),
+  return {path,
           type,
-          type == EntryType::directory ? 0 : uncompressedSize,
+          uncompressedSize,
           modificationDate,
           permissions,
           type == EntryType::file ? compressionMethod : CompressionMethod::none,
@@ -463,12 +457,13 @@ void Archive::addEntry(const std::string& path, EntryType type, std::int64_t unc
 void Archive::addEntry(const std::string& path, const FileURL& item,
                        CompressionMethod compressionMethod, std::int64_t bufferSize,
                        const ProgressPointer& progress) {
-  checkWritable(bufferSize);
-  withFileItem(item.fileURL, readBlock_,
-               [&](const FileItemStatus& status, const Provider& provider) {
-                 addEntry(path, status.type, status.size, status.modificationDate,
-                          status.permissions, compressionMethod, bufferSize, progress, provider);
-               });
+  // The item is looked at first: a missing item is reported even for an archive opened for
+  // reading.
+  withFileItem(
+      item.fileURL, readBlock_, [&](const FileItemStatus& status, const Provider& provider) {
+        addEntry(entryPathFor(path, status.type), status.type, status.size, status.modificationDate,
+                 status.permissions, compressionMethod, bufferSize, progress, provider);
+      });
 }
 
 void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod compressionMethod,
@@ -486,8 +481,8 @@ void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod c
       try {
         withFileItem(
             item.fileURL, readBlock_, [&](const FileItemStatus& status, const Provider& provider) {
-              const auto entry = describe(item.path, status.type, status.size,
-                                          status.modificationDate, status.permissions,
+              const auto entry = describe(entryPathFor(item.path, status.type), status.type,
+                                          status.size, status.modificationDate, status.permissions,
                                           compressionMethod, bufferSize, item.progress, provider);
               const auto record = writeLocalEntry(entry, start).data();
               records.insert(records.end(), record.begin(), record.end());
@@ -513,7 +508,8 @@ void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod c
 void Archive::addEntry(const std::string& path, const RelativeTo& base,
                        CompressionMethod compressionMethod, std::int64_t bufferSize,
                        const ProgressPointer& progress) {
-  addEntry(path, FileURL{base.baseURL / path}, compressionMethod, bufferSize, progress);
+  addEntry(path, FileURL{appendingPathComponent(base.baseURL, path)}, compressionMethod, bufferSize,
+           progress);
 }
 
 std::int64_t Archive::totalUnitCountForAddingItem(const std::filesystem::path& url) {

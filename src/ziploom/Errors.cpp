@@ -39,6 +39,12 @@ const char* describe(ArchiveError::Code code) {
     return "not a ZIP archive: no end of central directory record";
   case Code::uncontainedSymlink:
     return "a symbolic link points outside the destination";
+  case Code::negativeEntrySize:
+    return "the entry size is negative";
+  case Code::compressedSizeBeyondHeader:
+    return "the compressed entry reached 4 GiB while its uncompressed size did not";
+  case Code::damagedCentralDirectory:
+    return "the central directory is damaged: rewriting it would lose entries";
   }
   return "unknown archive error";
 }

@@ -84,6 +84,13 @@ bool isContained(const fs::path& url, const fs::path& folder) {
   return child.starts_with(parent);
 }
 
+fs::path appendingPathComponent(const fs::path& folder, std::string_view entryPath) {
+  while (entryPath.starts_with('/')) {
+    entryPath.remove_prefix(1);
+  }
+  return folder / entryPath;
+}
+
 void zipItem(const fs::path& source, const fs::path& destination, bool shouldKeepParent,
              CompressionMethod compressionMethod, const ProgressPointer& progress) {
   if (!isPresent(source)) {
@@ -121,7 +128,7 @@ void zipItem(const fs::path& source, const fs::path& destination, bool shouldKee
   std::vector<Archive::FileItem> items;
   for (const auto& subpath : subpaths) {
     const auto entryPath = shouldKeepParent ? (name / subpath).string() : subpath.string();
-    const auto item = shouldKeepParent ? base / entryPath : folder / entryPath;
+    const auto item = appendingPathComponent(shouldKeepParent ? base : folder, entryPath);
     items.push_back(
         {entryPath, item, childProgress(progress, Archive::totalUnitCountForAddingItem(item))});
   }
@@ -142,12 +149,12 @@ void unzipItem(const fs::path& source, const fs::path& destination, bool skipCRC
     }
     progress->setTotalUnitCount(total);
   }
-  fs::create_directories(destination);
-  const auto root = fs::canonical(destination);
+  // The destination is made by the first item extracted, so an empty archive creates nothing.
+  const auto root = fs::weakly_canonical(destination);
   std::vector<std::pair<fs::path, std::chrono::system_clock::time_point>> folders;
   for (const auto& entry : archive) {
     const auto path = pathEncoding ? entry.path(*pathEncoding) : entry.path();
-    const auto target = (destination / path).lexically_normal();
+    const auto target = appendingPathComponent(destination, path).lexically_normal();
     if (!isContained(target, destination) || !isPhysicallyContained(target, root)) {
       throw FileError(FileError::Code::fileReadInvalidFileName, target);
     }

@@ -76,7 +76,7 @@ std::FILE* MemoryFile::openStream(AccessMode mode) {
 
 std::size_t MemoryFile::readBytes(std::span<std::uint8_t> buffer) {
   const auto size = static_cast<std::int64_t>(data_.size());
-  if (offset_ >= size) {
+  if (offset_ < 0 || offset_ >= size) {
     return 0;
   }
   const auto count = std::min<std::size_t>(buffer.size(), static_cast<std::size_t>(size - offset_));
@@ -89,7 +89,7 @@ std::size_t MemoryFile::writeBytes(std::span<const std::uint8_t> bytes) {
   const auto count = static_cast<std::int64_t>(bytes.size());
   const auto size = static_cast<std::int64_t>(data_.size());
   std::int64_t end = 0;
-  if (__builtin_add_overflow(offset_, count, &end)) {
+  if (offset_ < 0 || __builtin_add_overflow(offset_, count, &end)) {
     return 0;
   }
   if (offset_ < size && end > size) {
@@ -124,14 +124,13 @@ std::int64_t MemoryFile::seek(std::int64_t offset, int whence) {
     base = static_cast<std::int64_t>(data_.size());
     break;
   default:
-    return -1;
+    offset_ = -1;
+    return offset_;
   }
-  std::int64_t position = 0;
-  if (__builtin_add_overflow(base, offset, &position) || position < 0) {
-    return -1;
+  if (__builtin_add_overflow(base, offset, &offset_)) {
+    offset_ = -1;
   }
-  offset_ = position;
-  return position;
+  return offset_;
 }
 
 } // namespace frameloom::ziploom

@@ -188,10 +188,13 @@ TEST_F(LottieCacheTest, FailuresNestTheirCausesAndStoreNothing) {
   expectFailure(url("/status/404"), "network(network(HTTP 404))", http);
   expectFailure(url("/bytes/0"), "network(invalidData)",
                 "Network error: Invalid or corrupted data received");
+  // Answers that are not HTTP responses: no status, so HTTP error 0, and no transfer is tried.
+  for (const auto* text : {"file:///etc/hostname", "ftp://127.0.0.1:1/a", "data:,abc"}) {
+    expectFailure(*Url::parse(text), "network(network(HTTP 0))", http + "(HTTP error 0.)");
+  }
   const std::vector<std::tuple<Url, int, std::string>> transfers = {
       {url("/redirect/11"), 47, "Number of redirects"},
       {url("/redirect-to?ftp://127.0.0.1/a"), 1, "Unsup"},
-      {*Url::parse("file:///etc/hostname"), 1, "Unsup"},
       {url("/drop"), 18, "Transferred a partial file"},
       {url("/slow"), 28, "Timeout was reached"},
       {url("/bytes/1000001"), 63, "Maximum file size"},
@@ -199,6 +202,14 @@ TEST_F(LottieCacheTest, FailuresNestTheirCausesAndStoreNothing) {
   };
   for (const auto& [from, code, text] : transfers) {
     expectFailure(from, "network(transfer " + std::to_string(code) + ")", "Network error: " + text);
+  }
+  // An oversized body whose length was announced is named once.
+  try {
+    load(*cache, url("/bytes/1000001"));
+    ADD_FAILURE() << "loaded";
+  } catch (const LottieCacheError& error) {
+    EXPECT_STREQ(error.what(),
+                 "Network error: Maximum file size exceeded: the body exceeds 1000000 bytes");
   }
   EXPECT_TRUE(names().empty());
 

@@ -1,6 +1,8 @@
 #include "TestArchives.h"
+
 #include <frameloom/files/DotLottieError.h>
 #include <frameloom/files/DotLottieFile.h>
+#include <frameloom/ziploom/Errors.h>
 
 #include <gtest/gtest.h>
 
@@ -98,9 +100,25 @@ TEST_F(Recolor, RefusesBadSourcesBeforeWritingAnything) {
   EXPECT_EQ(failure({{"Animations/a.json", animation}}), 2);
   EXPECT_EQ(failure({{"animations/a.json", "{\"nm\":\"caf\xE9\",\"w\":1,\"h\":1}"}}), 300);
   EXPECT_EQ(failure({{"animations/a.json", animation}, {"a/../../escaped.txt", "x"}}), 12);
-  EXPECT_EQ(failure({{"animations/a.json", animation}, {"/tmp/rooted.txt", "x"}}), 12);
   EXPECT_EQ(temporaryItems(), 0u);
   EXPECT_FALSE(std::filesystem::exists(folder.path() / "escaped.txt"));
+}
+
+TEST_F(Recolor, EntryPathsAreAppendedToTheWorkFolderAndNeverReplaceEachOther) {
+  // A rooted entry path lands inside the work folder like any other.
+  const auto source = folder.path() / "rooted.lottie";
+  makeArchive(source, {{"animations/a.json", animation}, {"/tmp/rooted.txt", "x"}});
+  EXPECT_EQ(contents(DotLottieFile::recolor(source, palette, 3)).at("tmp/rooted.txt"), "x");
+
+  // A second entry at the JSON's path fails as extracting onto an existing file does.
+  makeArchive(source, {{"animations/a.json", animation}, {"animations/a.json", "{}"}});
+  try {
+    DotLottieFile::recolor(source, palette, 3);
+    ADD_FAILURE() << "recoloured";
+  } catch (const frameloom::ziploom::FileError& error) {
+    EXPECT_EQ(error.code(), frameloom::ziploom::FileError::Code::fileWriteFileExists);
+    EXPECT_EQ(error.path().filename(), "a.json");
+  }
 }
 
 } // namespace

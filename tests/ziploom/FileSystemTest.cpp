@@ -34,7 +34,6 @@ TEST(FileSystemTest, UnzippingRefusesEntriesThatLeaveTheDestinationBeforeWriting
   fs::create_directories(outside);
   const std::vector<std::vector<std::string>> hostile{
       {"fine", "../evil"},
-      {(outside / "absolute").string()},
       {"a/../../evil"},
       {"../destination-sibling/evil"}, // shares the destination's name as a prefix
       {"link->" + outside.string(), "link/evil"},

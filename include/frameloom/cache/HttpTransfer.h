@@ -32,7 +32,9 @@ struct TransferLimits {
   std::chrono::milliseconds connectTimeout{std::chrono::seconds(60)};
   // A transfer that receives nothing for this long, headers or body, is abandoned.
   std::chrono::milliseconds stallTimeout{std::chrono::seconds(60)};
-  // A larger body ends the transfer with an error.
+  // A larger body ends the transfer with an error ("Maximum file size exceeded: the body exceeds
+  // N bytes"), whether its length was announced or not: a hostile server cannot make a load hold
+  // more memory than the disk cache's whole budget (LottieCache::maxDiskSize).
   std::int64_t maxBodySize = 209'715'200;
 };
 

@@ -140,7 +140,8 @@ public:
     std::filesystem::path fileURL;
   };
 
-  // Adds the item at `base.baseURL / path` under `path`.
+  // Adds the item at `base.baseURL` with `path` appended as a path component (an absolute path
+  // too stays below the base) under `path`.
   void addEntry(const std::string& path, const RelativeTo& base,
                 CompressionMethod compressionMethod = CompressionMethod::none,
                 std::int64_t bufferSize = defaultWriteChunkSize,
@@ -154,7 +155,9 @@ public:
                 const ProgressPointer& progress = nullptr);
   // Adds an entry whose data `provider` delivers in chunks of at most `bufferSize` bytes: a
   // file's contents, a link's target text, nothing for a directory. Directories and links are
-  // always stored. Throws ArchiveError::invalidEntryPath for a path longer than 65,535 bytes.
+  // always stored; the path and size are written as given, for a directory too. Throws
+  // ArchiveError::invalidEntryPath for a path longer than 65,535 bytes,
+  // ArchiveError::negativeEntrySize for a negative size.
   void addEntry(const std::string& path, Entry::EntryType type, std::int64_t uncompressedSize,
                 std::chrono::system_clock::time_point modificationDate,
                 std::optional<std::uint16_t> permissions, CompressionMethod compressionMethod,
@@ -174,11 +177,12 @@ public:
   // Units of progress for adding the item: 1 for a folder, else its size; -1 when unknown.
   static std::int64_t totalUnitCountForAddingItem(const std::filesystem::path& url);
 
-  // Removing an entry. A complete new archive without the entry is written beside this one (in
-  // a scratch folder next to the file, else in the temporary folder; in memory for an archive in
-  // memory) and then takes its place, so a failed or cancelled removal changes nothing and
-  // leaves no scratch folder behind. Entries taken from the archive before are stale after.
-  // Throws ArchiveError::invalidEntryPath when the entry is not one of this archive's.
+  // Removing an entry. A complete new archive without the entry is written in a scratch folder
+  // of the system's temporary folders, one on the archive's file system when there is one (in
+  // memory for an archive in memory), and then takes its place, so a failed or cancelled removal
+  // changes nothing and leaves no scratch folder behind. Entries taken from the archive before
+  // are stale after. Throws ArchiveError::invalidEntryPath when the entry is not one of this
+  // archive's, ArchiveError::damagedCentralDirectory when its enumeration stops early.
   void remove(const Entry& entry, std::int64_t bufferSize = defaultReadChunkSize,
               const ProgressPointer& progress = nullptr);
   // Units of progress for removing the entry: the bytes that will be copied.

@@ -35,6 +35,15 @@ public:
     invalidCentralDirectoryEntryCount,
     missingEndOfCentralDirectoryRecord,
     uncontainedSymlink,
+    // Refusals of the library's own, beyond the cases above. A negative size was given for an
+    // entry to add.
+    negativeEntrySize,
+    // Deflate made more bytes of an entry than a header without ZIP64 sizes can state: its
+    // uncompressed size lies below 4 GiB, its compressed size does not.
+    compressedSizeBeyondHeader,
+    // The central directory does not lie within the archive, or its enumeration stops before
+    // the count the end record gives: rewriting it would drop entries.
+    damagedCentralDirectory,
   };
   explicit ArchiveError(Code code);
   Code code() const noexcept { return code_; }

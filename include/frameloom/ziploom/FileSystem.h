@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 // Whole-item conveniences on top of Archive: zipping a file or folder tree into a new archive,
 // unzipping an archive into a folder, and the containment test that keeps every unzipped item
@@ -24,6 +25,12 @@ using ProgressPointer = std::shared_ptr<frameloom::platform::Progress>;
 // is not contained.
 bool isContained(const std::filesystem::path& url, const std::filesystem::path& folder);
 
+// `folder` with an entry path appended as path components. Leading "/" are dropped, so an
+// absolute entry path lands below `folder` instead of replacing it; ".." steps are kept for
+// isContained to judge.
+std::filesystem::path appendingPathComponent(const std::filesystem::path& folder,
+                                             std::string_view entryPath);
+
 // Zips `source` into a new archive at `destination`, which must not exist. A file becomes one
 // entry under its own name; a folder's contents are added depth first in name order, below a
 // top-level entry named for the folder when `shouldKeepParent`. On failure the archive keeps
@@ -33,7 +40,9 @@ void zipItem(const std::filesystem::path& source, const std::filesystem::path& d
              CompressionMethod compressionMethod = CompressionMethod::none,
              const ProgressPointer& progress = nullptr);
 
-// Unzips every entry of the archive at `source` below `destination` (created when missing).
+// Unzips every entry of the archive at `source` below `destination` (created with the first
+// item, so an empty archive creates nothing). An entry path is appended as a path component: an
+// absolute one lands inside the destination.
 // Refuses, before writing anything of it, an entry whose path climbs out of the destination or
 // leads through a symbolic link that points outside; links whose own target lies outside are
 // refused unless `allowUncontainedSymlinks`. Unless `skipCRC32`, each item's checksum is

@@ -26,10 +26,12 @@ public:
   // read when the position lies outside the data.
   std::size_t readBytes(std::span<std::uint8_t> buffer);
   // Writes at the position, overwriting what is there, growing the data (gaps become zeros)
-  // and, when the write runs past the end, dropping the old tail first.
+  // and, when the write runs past the end, dropping the old tail first. Nothing is written at a
+  // negative position.
   std::size_t writeBytes(std::span<const std::uint8_t> bytes);
-  // Moves the position (SEEK_SET, SEEK_CUR or SEEK_END) and returns it; -1, and no move, for an
-  // unknown whence or a position that would be negative or overflow.
+  // Moves the position (SEEK_SET, SEEK_CUR or SEEK_END) and returns it. A negative position is
+  // stored as it is; an unknown whence or an overflow sets it to -1. The stream's seek callback
+  // reports a negative position as a failed seek.
   std::int64_t seek(std::int64_t offset, int whence);
   // Drops the bytes from `length` on; the position stays where it was. Flush the stream first.
   void truncate(std::size_t length);

@@ -89,9 +89,10 @@ HttpResponse HttpTransfer::get(const std::string& url) {
   }
   if (result != CURLE_OK) {
     std::string description = curl_easy_strerror(result);
-    if (bodyTooLarge_) {
+    // libcurl refuses an announced length over the limit itself, with its own text as detail.
+    if (bodyTooLarge_ || result == CURLE_FILESIZE_EXCEEDED) {
       description += ": the body exceeds " + std::to_string(limits_.maxBodySize) + " bytes";
-    } else if (detail[0] != '\0') {
+    } else if (detail[0] != '\0' && description != detail) {
       description += std::string(": ") + detail;
     }
     throw TransferError(result, description);

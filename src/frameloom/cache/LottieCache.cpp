@@ -5,6 +5,10 @@
 #include <frameloom/platform/runtime/Task.h>
 #include <frameloom/platform/system/Directories.h>
 
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <string_view>
 #include <system_error>
 
 namespace frameloom {
@@ -24,6 +28,13 @@ asio::awaitable<void> trim(CacheFolder folder) {
 asio::awaitable<void> wipe(CacheFolder folder) {
   folder.removeAll();
   co_return;
+}
+
+bool isHttpScheme(std::string_view scheme) {
+  auto lower = std::string(scheme);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower == "http" || lower == "https";
 }
 
 } // namespace
@@ -91,6 +102,10 @@ LottieCache::Data LottieCache::downloadAndCache(const platform::Url& from, const
   auto wrapped = [](LottieCacheError error) {
     return LottieCacheError::networkError(std::make_shared<LottieCacheError>(std::move(error)));
   };
+  // Only http and https give HTTP responses; any other answer counts as one without a status.
+  if (!isHttpScheme(from.scheme())) {
+    throw wrapped(LottieCacheError::networkError(std::make_shared<HttpStatusError>(0)));
+  }
   HttpResponse response;
   try {
     response = HttpTransfer(limits_).get(from.absoluteString());

@@ -6,6 +6,8 @@
 #include <frameloom/platform/system/Uuid.h>
 #include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/ziploom/Archive.h>
+#include <frameloom/ziploom/Errors.h>
+#include <frameloom/ziploom/FileSystem.h>
 #include <frameloom/ziploom/Text.h>
 
 #include <algorithm>
@@ -40,24 +42,13 @@ bool isUTF8(std::string_view text) {
   return ziploom::isValidUTF8(bytesOf(text.substr(ascii)));
 }
 
-// Where an entry goes inside `work`: its path without the trailing "/" of a folder entry.
+// Where an entry goes inside `work`: its path appended as a path component, without the
+// trailing "/" of a folder entry.
 fs::path destinationOf(const fs::path& work, std::string path) {
   while (!path.empty() && path.back() == '/') {
     path.pop_back();
   }
-  return work / path;
-}
-
-// Whether the entry path stays inside the folder it is unpacked into: not absolute, and no ".."
-// that climbs above the folder.
-bool staysInside(const fs::path& work, const std::string& entryPath) {
-  const fs::path path(entryPath);
-  if (path.has_root_path()) {
-    return false;
-  }
-  const fs::path relative =
-      destinationOf(work, entryPath).lexically_normal().lexically_relative(work.lexically_normal());
-  return !relative.empty() && *relative.begin() != "..";
+  return ziploom::appendingPathComponent(work, path);
 }
 
 // Replaces the file at `target` with `data`: written beside it, then renamed over it, so that
@@ -134,7 +125,7 @@ fs::path rebuildArchive(const fs::path& url, const std::string& jsonPath,
   const fs::path work = platform::temporaryDirectory() / platform::Uuid::random().uuidString();
   // Every entry is checked before anything is written, so a hostile archive leaves nothing.
   for (const ziploom::Entry& entry : *source) {
-    if (!staysInside(work, entry.path())) {
+    if (!ziploom::isContained(destinationOf(work, entry.path()), work)) {
       throw DotLottieError(DotLottieError::Code::entryOutsideWorkFolder, entry.path());
     }
   }
@@ -144,7 +135,11 @@ fs::path rebuildArchive(const fs::path& url, const std::string& jsonPath,
   for (const ziploom::Entry& entry : *source) {
     const fs::path destination = destinationOf(work, entry.path());
     // The animation JSON's old bytes would only be replaced at once; its new ones go there below.
-    if (!jsonSkipped && destination == jsonDestination) {
+    // A second entry at its path fails as extracting it over the first would.
+    if (destination == jsonDestination) {
+      if (jsonSkipped) {
+        throw ziploom::FileError(ziploom::FileError::Code::fileWriteFileExists, destination);
+      }
       jsonSkipped = true;
       continue;
     }
@@ -169,7 +164,8 @@ fs::path rebuildArchive(const fs::path& url, const std::string& jsonPath,
   const std::string prefix = work.string() + "/";
   for (const fs::directory_entry& item : items) {
     const std::string relative = removingAll(item.path().string(), prefix);
-    archive->addEntry(relative, ziploom::Archive::FileURL{work / relative},
+    archive->addEntry(relative,
+                      ziploom::Archive::FileURL{ziploom::appendingPathComponent(work, relative)},
                       ziploom::CompressionMethod::none, ziploom::defaultWriteChunkSize, nullptr);
   }
   return output;
