@@ -7,6 +7,7 @@
 
 #include "TestHttpServer.h"
 #include "frameloom/cache/CacheKey.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/cache/LottieCache.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/platform/runtime/SharedExecutor.h>
@@ -35,14 +36,12 @@ constexpr std::size_t downloadSize = 50 * 1024 * 1024;
 
 struct Fixture {
   Fixture() {
-    folder = fs::temp_directory_path() / ("frameloom-cache-bench-" + std::to_string(::getpid()));
-    fs::remove_all(folder);
     cache = std::make_unique<LottieCache>(folder);
     std::ofstream(cache->cacheFile(diskUrl), std::ios::binary) << std::string(diskFileSize, 'x');
   }
-  ~Fixture() { fs::remove_all(folder); }
-
-  fs::path folder;
+  const frameloom::testing::TemporaryFolder scratch;
+  // Made by the cache itself.
+  const fs::path folder = scratch / "cache";
   std::unique_ptr<LottieCache> cache;
   const Url diskUrl = *Url::parse("https://example.com/disk.lottie");
   frameloom::testing::TestHttpServer server;

@@ -6,8 +6,11 @@
 // its own and removes at the end.
 //
 // Usage: bench_color_replacement [benchmark flags] [FILE or FOLDER...]   (default: every *.json
-// of $FRAMELOOM_CORPUS, else of /work/shared/corpus)
+// of the corpus: $FRAMELOOM_CORPUS, else ../shared/corpus next to the repository)
 
+#include "support/Corpus.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/files/DotLottieFile.h>
 #include <frameloom/ziploom/Archive.h>
 
@@ -17,10 +20,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -166,14 +166,12 @@ int main(int argc, char** argv) {
     sources.emplace_back(argv[i]);
   }
   if (sources.empty()) {
-    const char* corpus = std::getenv("FRAMELOOM_CORPUS");
-    sources.emplace_back(corpus ? corpus : "/work/shared/corpus");
+    if (const auto corpus = frameloom::testing::corpusFolder()) {
+      sources.push_back(*corpus);
+    }
   }
   const auto read = [](const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    documents().push_back(content.str());
+    documents().push_back(frameloom::testing::readText(path));
     documentNames().push_back(path.filename().string());
   };
   for (const auto& source : sources) {
@@ -194,9 +192,8 @@ int main(int argc, char** argv) {
   }
   std::cerr << documents().size() << " documents, " << totalBytes() << " bytes\n";
 
-  const std::filesystem::path scratch =
-      std::filesystem::temp_directory_path() /
-      ("frameloom-bench-" + std::to_string(std::random_device()()));
+  const frameloom::testing::TemporaryFolder scratchFolder;
+  const std::filesystem::path& scratch = scratchFolder.path();
   std::filesystem::create_directories(scratch / "tmp");
   setenv("TMPDIR", (scratch / "tmp").c_str(), 1);
   oneMegabyteLottie() = makeOneMegabyteLottie(scratch);
@@ -204,6 +201,5 @@ int main(int argc, char** argv) {
 
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  std::filesystem::remove_all(scratch);
   return 0;
 }

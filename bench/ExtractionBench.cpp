@@ -2,6 +2,7 @@
 // memory and to files, and against bare zlib inflate plus CRC-32 over the same streams (the floor
 // for any extractor). Prints MB/s of uncompressed data for each and the ratios.
 #include "BareInflate.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Compression.h>
 
@@ -25,12 +26,12 @@ using frameloom::ziploom::Archive;
 constexpr std::size_t fileSize = 40 << 20;
 
 struct Setup {
-  fs::path folder;
+  frameloom::testing::TemporaryFolder scratch;
+  fs::path folder = scratch.path();
   fs::path archive;
   std::uint64_t totalBytes = 0;
 
   Setup() {
-    folder = fs::temp_directory_path() / ("ziploom-bench-" + std::to_string(getpid()));
     fs::create_directories(folder / "source");
     std::mt19937_64 random(2026);
     // Four files of animation-like JSON text with random numbers (compressible about 3 to 1),
@@ -64,7 +65,6 @@ struct Setup {
     }
     fs::remove_all(folder / "source");
   }
-  ~Setup() { fs::remove_all(folder); }
 };
 
 Setup& setup() {

@@ -9,9 +9,10 @@
 // Figures are taken on a shared machine; compare them within one run.
 //
 // Usage: player_benchmark [--fps N] [--seconds S] [FILE.lottie ...]
-//   (default: 60 fps, 10 s, three animations of /work/shared/corpus when present)
+//   (default: 60 fps, 10 s, three animations of the corpus when present)
 
 #include "RequestRecorder.h"
+#include "support/Corpus.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 
@@ -122,10 +123,11 @@ int main(int argc, char** argv) {
       files.emplace_back(argument);
     }
   }
-  if (files.empty()) {
+  const auto corpus = frameloom::testing::corpusFolder();
+  if (files.empty() && corpus) {
     for (auto name : {"DotLottie__confused.lottie", "DotLottie__zen_lottiev2.lottie",
                       "Issues__issue_1945.lottie"}) {
-      fs::path file = fs::path("/work/shared/corpus") / name;
+      fs::path file = *corpus / name;
       if (fs::exists(file)) {
         files.push_back(file);
       }

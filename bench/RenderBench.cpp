@@ -4,24 +4,25 @@
 //
 // Times are wall-clock: the actor renders on the pool, not on the calling thread.
 //
-// Usage: bench_render [benchmark flags] [FOLDER]   (FOLDER defaults to $FRAMELOOM_CORPUS or
-// /work/shared/corpus)
+// Usage: bench_render [benchmark flags] [FOLDER]   (FOLDER defaults to the corpus:
+// $FRAMELOOM_CORPUS, else ../shared/corpus next to the repository)
 
 #include "renderer/LottieDocument.h"
+#include "support/Corpus.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
 #include <rlottie.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,6 +32,7 @@ namespace {
 using frameloom::DotLottieActor;
 using frameloom::platform::MainLoop;
 using frameloom::platform::Size;
+using frameloom::testing::readFile;
 
 constexpr std::size_t side = 250;
 const char* const animationNames[] = {"LottieLogo1.json", "LottieFiles__growth.json",
@@ -49,11 +51,6 @@ std::vector<Sample>& samples() {
 std::filesystem::path& recolourSource() {
   static std::filesystem::path path;
   return path;
-}
-
-std::vector<std::uint8_t> readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // rlottie alone: one model per animation, every frame rendered into one reused buffer.
@@ -185,14 +182,9 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   // The run's own temporary directory: recoloured copies and their work folders go there and are
   // removed with it at the end.
-  const auto scratch =
-      std::filesystem::temp_directory_path() / ("frameloom-bench-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(scratch);
-  setenv("TMPDIR", scratch.c_str(), 1);
-  std::filesystem::path corpus = "/work/shared/corpus";
-  if (const char* fromEnvironment = std::getenv("FRAMELOOM_CORPUS")) {
-    corpus = fromEnvironment;
-  }
+  const frameloom::testing::TemporaryFolder scratch;
+  setenv("TMPDIR", scratch.path().c_str(), 1);
+  std::filesystem::path corpus = frameloom::testing::corpusFolder().value_or(".");
   if (argc > 1) {
     corpus = argv[1];
   }
@@ -218,6 +210,5 @@ int main(int argc, char** argv) {
     std::cout << "rlottie alone: " << bare << " frames/s; through the actor: " << actor
               << " frames/s; actor time / rlottie time = " << bare / actor << "\n";
   }
-  std::filesystem::remove_all(scratch);
   benchmark::Shutdown();
 }

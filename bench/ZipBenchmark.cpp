@@ -11,6 +11,8 @@
 // "megabytes ziploom-zip info-zip-zip ziploom-unzip info-zip-unzip" of wall seconds (for plots).
 
 #include "BareInflate.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/FileSystem.h>
 
@@ -23,7 +25,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <random>
@@ -31,26 +32,10 @@
 #include <vector>
 
 namespace fs = std::filesystem;
+using frameloom::testing::TemporaryFolder;
+using frameloom::testing::writeFile;
 
 namespace {
-
-class Folder {
-public:
-  Folder() {
-    auto name = (fs::temp_directory_path() / "ziploom-bench-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("cannot make a temporary folder");
-    }
-    path_ = name;
-  }
-  ~Folder() { fs::remove_all(path_); }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  const fs::path& path() const { return path_; }
-
-private:
-  fs::path path_;
-};
 
 std::string textBytes(std::mt19937_64& engine, std::size_t size) {
   static const std::string words[] = {"frame ",     "loom ",  "colour ",
@@ -73,11 +58,6 @@ std::string randomBytes(std::mt19937_64& engine, std::size_t size) {
   }
   bytes.resize(size);
   return bytes;
-}
-
-void writeFile(const fs::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 // Files of mixed sizes, from 256 bytes to 4 MB; half text-like (deflate shrinks it to about a
@@ -257,9 +237,10 @@ void bareUnzip(const fs::path& archivePath, const std::vector<bench::BareStream>
 
 // Zips and unzips `source` with each contender; prints lines against Info-ZIP and against bare
 // zlib. Returns the best wall times: ziploom zip, Info-ZIP zip, ziploom unzip, Info-ZIP unzip.
-std::vector<double> compareFolder(const Folder& work, const fs::path& source, double megabytes,
-                                  int runs, frameloom::ziploom::CompressionMethod method,
-                                  bool withBare, bool print) {
+std::vector<double> compareFolder(const TemporaryFolder& work, const fs::path& source,
+                                  double megabytes, int runs,
+                                  frameloom::ziploom::CompressionMethod method, bool withBare,
+                                  bool print) {
   const bool deflate = method == frameloom::ziploom::CompressionMethod::deflate;
   const std::string label = deflate ? "deflated" : "stored";
   const auto ours = work.path() / "ziploom.zip";
@@ -312,7 +293,7 @@ int main(int argc, char** argv) {
   const std::uint64_t megabytes = argc > 1 ? std::stoull(argv[1]) : 200;
   const int runs = argc > 2 ? std::stoi(argv[2]) : 3;
   const bool folderOnly = argc > 3 && std::string(argv[3]) == "--folder-only";
-  Folder work;
+  TemporaryFolder work;
   const auto source = work.path() / "source";
   const double size = static_cast<double>(makeMixedTree(source, megabytes << 20)) / 1e6;
   if (folderOnly) {

@@ -5,13 +5,14 @@
 #
 # Usage: bench/color_replacement.sh [BUILD_DIR] [CORPUS_FOLDER]
 #   BUILD_DIR      configured with -DFRAMELOOM_BUILD_BENCH=ON (default: build-bench, built here)
-#   CORPUS_FOLDER  Lottie *.json documents (default: $FRAMELOOM_CORPUS, else /work/shared/corpus)
+#   CORPUS_FOLDER  Lottie *.json documents (default: $FRAMELOOM_CORPUS, else ../shared/corpus
+#                  next to the repository)
 # lottie-colorify is installed with npm into $FRAMELOOM_BENCH_NPM (default
 # /tmp/frameloom-bench-npm), never into the repository.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build-bench}
-corpus=${2:-${FRAMELOOM_CORPUS:-/work/shared/corpus}}
+corpus=${2:-${FRAMELOOM_CORPUS:-../shared/corpus}}
 scratch=${FRAMELOOM_BENCH_NPM:-/tmp/frameloom-bench-npm}
 
 if [ ! -x "$build/bench/bench_color_replacement" ]; then

@@ -1,31 +1,24 @@
-# Every dependency is a Debian package; scripts/dependencies.sh installs them.
+# Every dependency is a Debian package; scripts/dependencies.sh installs them. The pkg-config
+# targets carry a FRAMELOOM_ prefix so that they cannot meet a host's own.
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
 find_package(PNG REQUIRED)
 find_package(CURL REQUIRED)
 find_package(nlohmann_json 3.10 REQUIRED)
-find_package(CLI11 REQUIRED)
 find_package(PkgConfig REQUIRED)
-pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
-pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
-pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
-pkg_check_modules(RLOTTIE REQUIRED IMPORTED_TARGET rlottie)
-pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp)
+pkg_check_modules(FRAMELOOM_PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
+pkg_check_modules(FRAMELOOM_UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(FRAMELOOM_UUID REQUIRED IMPORTED_TARGET uuid)
+pkg_check_modules(FRAMELOOM_RLOTTIE REQUIRED IMPORTED_TARGET rlottie)
+pkg_check_modules(FRAMELOOM_WEBP REQUIRED IMPORTED_TARGET libwebp)
+pkg_check_modules(FRAMELOOM_FREETYPE REQUIRED IMPORTED_TARGET freetype2)
+pkg_check_modules(FRAMELOOM_HARFBUZZ REQUIRED IMPORTED_TARGET harfbuzz)
+pkg_check_modules(FRAMELOOM_FONTCONFIG REQUIRED IMPORTED_TARGET fontconfig)
+include(${CMAKE_CURRENT_LIST_DIR}/FrameloomAsio.cmake)
 
-# Standalone Asio is header-only.
-find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
-add_library(asio INTERFACE)
-target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-# Asio detects aligned_alloc only when a standard header came first; deciding it once for every
-# translation unit keeps its allocation and release functions in agreement.
-target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
-target_link_libraries(asio INTERFACE Threads::Threads)
-# Asio looks for Clang's coroutines only with libc++; with libstdc++'s <coroutine> it has to be
-# told that they are there.
-if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  target_compile_definitions(asio INTERFACE ASIO_HAS_CO_AWAIT=1 ASIO_HAS_STD_COROUTINE=1)
+if(FRAMELOOM_BUILD_TOOL)
+  find_package(CLI11 REQUIRED)
 endif()
-
 if(FRAMELOOM_BUILD_TESTS)
   find_package(GTest REQUIRED)
   include(GoogleTest)

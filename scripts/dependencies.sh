@@ -9,6 +9,8 @@ packages=(
   libutf8proc-dev uuid-dev librlottie-dev libpng-dev libwebp-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev
   zip unzip python3
+  libsdl2-dev xvfb
+  libfreetype-dev libharfbuzz-dev libfontconfig-dev fonts-dejavu-core
 )
 
 missing=()

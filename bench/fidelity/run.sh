@@ -93,17 +93,17 @@ find_tool() {
 }
 
 # compare_folder FOLDER DIR [compare.py options]: renders FOLDER with both renderers (side by side
-# in time, one core each) into DIR/work and compares the frames.
+# in time, one core each) into DIR/frames and compares the frames.
 compare_folder() {
   local source=$1 dir=$2
   shift 2
-  "$python" "$here/prepare.py" "$source" "$dir/work" --frames "$frames"
-  NODE_PATH=$scratch/node_modules node "$here/render_web.js" "$dir/work/jobs.json" \
-    "$scratch/node_modules/lottie-web/build/player/lottie_svg.min.js" "$dir/work/web" &
+  "$python" "$here/prepare.py" "$source" "$dir/frames" --frames "$frames"
+  NODE_PATH=$scratch/node_modules node "$here/render_web.js" "$dir/frames/jobs.json" \
+    "$scratch/node_modules/lottie-web/build/player/lottie_svg.min.js" "$dir/frames/web" &
   local web=$!
-  "$python" "$here/render_frameloom.py" "$tool" "$dir/work/jobs.json" "$dir/work/frameloom"
+  "$python" "$here/render_frameloom.py" "$tool" "$dir/frames/jobs.json" "$dir/frames/frameloom"
   wait "$web"
-  "$python" "$here/compare.py" "$dir/work" "$dir" "$@"
+  "$python" "$here/compare.py" "$dir/frames" "$dir" "$@"
 }
 
 install_packages

@@ -2,6 +2,7 @@
 
 #include "renderer/LottieDocument.h"
 #include "renderer/LottieTiming.h"
+#include "renderer/ModelLoading.h"
 
 #include <rlottie.h>
 
@@ -15,11 +16,6 @@
 namespace frameloom::renderer {
 
 namespace {
-
-// rlottie looks pictures that the document names by path up under this folder. /dev/null is not
-// a folder, so no such path resolves and a document can never make the renderer read local files;
-// the pictures of an archive are handed over inlined instead.
-constexpr const char* unreachableResourcePath = "/dev/null/";
 
 bool isRenderableSide(std::int64_t side) {
   return side >= 1 && side <= static_cast<std::int64_t>(platform::Image::maxDimension);
@@ -71,10 +67,7 @@ DotLottieAnimation::DotLottieAnimation(std::span<const std::uint8_t> dotLottieDa
     return;
   }
   const std::optional<LottieTiming> timing = readLottieTiming(*document);
-  // Model caching off: rlottie would otherwise hand a later document the model of an earlier one
-  // loaded under the same key.
-  model_ = rlottie::Animation::loadFromData(std::move(*document), std::string(),
-                                            unreachableResourcePath, false);
+  model_ = loadRepairedModel(std::move(*document));
   if (!model_) {
     return;
   }
@@ -127,7 +120,12 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
                  static_cast<double>(contentHeight), target.width, target.height);
   const auto stride = static_cast<std::size_t>(target.width) * 4;
   std::vector<std::uint8_t> pixels(stride * static_cast<std::size_t>(target.height));
-  const auto frame = static_cast<std::size_t>(std::lround(frame_));
+  // rlottie does not draw its own last frame number (out point minus in point): the surface keeps
+  // what an earlier render of the model left, nothing on a first render. The frame before it is
+  // the last one the animation shows.
+  const std::size_t lastFrame = model_->totalFrame();
+  const auto frame =
+      std::min(static_cast<std::size_t>(std::lround(frame_)), lastFrame > 0 ? lastFrame - 1 : 0);
   if (rect == PixelRect{0, 0, target.width, target.height}) {
     rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()),
                              static_cast<std::size_t>(target.width),

@@ -2,20 +2,23 @@
 
 #include "renderer/PictureInlining.h"
 #include <frameloom/renderer/AnimationChoice.h>
+#include <frameloom/renderer/Limits.h>
 #include <frameloom/ziploom/Archive.h>
 
 #include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace frameloom::renderer {
 
 namespace {
 
-// Bounds what one archive may make the renderer unpack, whatever its entries claim.
-constexpr std::size_t maxUnpackedBytes = std::size_t{256} << 20;
+// Bounds what one archive may make the renderer unpack, whatever its entries claim: the
+// document and the pictures inlined into it.
+constexpr std::size_t maxUnpackedBytes = std::size_t{96} << 20;
 constexpr std::size_t maxManifestBytes = std::size_t{1} << 20;
 
 class TooLarge : public std::runtime_error {
@@ -35,12 +38,15 @@ public:
         files_.push_back(entry);
       }
     }
+    // Indexed by path so that inlining many pictures stays linear; the first entry of a path wins.
+    for (std::size_t index = 0; index < files_.size(); ++index) {
+      byPath_.try_emplace(files_[index].path(), index);
+    }
   }
 
-  const ziploom::Entry* find(std::string_view path) const {
-    const auto found = std::find_if(files_.begin(), files_.end(),
-                                    [&](const ziploom::Entry& e) { return e.path() == path; });
-    return found == files_.end() ? nullptr : &*found;
+  const ziploom::Entry* find(const std::string& path) const {
+    const auto found = byPath_.find(path);
+    return found == byPath_.end() ? nullptr : &files_[found->second];
   }
 
   const std::vector<ziploom::Entry>& files() const { return files_; }
@@ -68,6 +74,7 @@ public:
 private:
   ziploom::Archive& archive_;
   std::vector<ziploom::Entry> files_;
+  std::unordered_map<std::string, std::size_t> byPath_;
   std::size_t unpacked_ = 0;
 };
 
@@ -108,7 +115,7 @@ std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes,
     if (!animation) {
       return std::nullopt;
     }
-    std::string document = reader.read(*animation);
+    std::string document = reader.read(*animation, maximumAnimationDocumentSize);
     if (!reader.hasPictures() && !mayHoldWebpDataUri(document)) {
       return document;
     }

@@ -75,31 +75,6 @@ bool payloadIsWebp(std::string_view payload) {
   return head && platform::isWebp(asBytes(*head));
 }
 
-// Drops the easing ("i" and "o") of the last keyframe of every animated property. The easing out of
-// a last keyframe leads nowhere, but rlottie misreads a multi-dimensional property whose last
-// keyframe has one: the property then stays at its first value for the whole animation.
-void dropLastKeyframeEasing(nlohmann::ordered_json& document) {
-  // An explicit stack: a hostile document may nest deeper than the call stack allows.
-  std::vector<nlohmann::ordered_json*> pending{&document};
-  while (!pending.empty()) {
-    nlohmann::ordered_json& value = *pending.back();
-    pending.pop_back();
-    if (value.is_object()) {
-      const auto keyframes = value.find("k");
-      if (keyframes != value.end() && keyframes->is_array() && !keyframes->empty() &&
-          keyframes->back().is_object() && keyframes->back().contains("t")) {
-        keyframes->back().erase("i");
-        keyframes->back().erase("o");
-      }
-    }
-    if (value.is_structured()) {
-      for (auto& child : value) {
-        pending.push_back(&child);
-      }
-    }
-  }
-}
-
 } // namespace
 
 std::string base64Encoded(std::string_view bytes) {
@@ -208,7 +183,6 @@ std::string inlinePictures(std::string json, const PictureLookup& lookup) {
   if (!changed) {
     return json;
   }
-  dropLastKeyframeEasing(document);
   return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 

@@ -18,10 +18,8 @@ using PictureLookup = std::function<std::optional<std::string>(std::string_view 
 //   type either claims), are re-encoded as PNG;
 // - a WebP picture that cannot be decoded is left out: its "p" becomes empty, so the layer draws
 //   nothing.
-// A document rewritten this way also loses the easing of the last keyframe of each animated
-// property, which leads nowhere and which rlottie misreads. Key order and all other values are
-// kept. Text that is not a JSON object, or that needs none of this, is returned unchanged.
-// Exceptions of `lookup` pass through.
+// Key order and all other values are kept. Text that is not a JSON object, or that needs none of
+// this, is returned unchanged. Exceptions of `lookup` pass through.
 std::string inlinePictures(std::string json, const PictureLookup& lookup);
 
 // Whether the document may hold a WebP picture as a data URI, a cheap test on the text that

@@ -3,7 +3,15 @@
 
 #include <frameloom/ziploom/Errors.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <limits>
+#include <utility>
+#include <vector>
 
 namespace frameloom::ziploom {
 
@@ -31,6 +39,34 @@ void writeEmptyArchive(const std::filesystem::path& url) {
   }
 }
 
+// Opens the archive file as a stream. A FIFO, device or socket is refused before anything is
+// read from it: opening does not block (a FIFO without a writer would wait forever), and the
+// kind of file is checked on the descriptor itself, so nothing can be swapped in between.
+stream::UniqueFile openRegularFile(const std::filesystem::path& url, AccessMode mode) {
+  const int flags = (mode == AccessMode::read ? O_RDONLY : O_RDWR) | O_NONBLOCK | O_CLOEXEC;
+  const int descriptor = ::open(url.c_str(), flags);
+  if (descriptor < 0) {
+    throwPOSIXError(errno, url);
+  }
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+    const int error = errno;
+    ::close(descriptor);
+    if (S_ISREG(status.st_mode)) {
+      throwPOSIXError(error, url);
+    }
+    throw FileError(FileError::Code::fileReadNotRegularFile, url);
+  }
+  ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  stream::UniqueFile file(::fdopen(descriptor, mode == AccessMode::read ? "rb" : "rb+"));
+  if (!file) {
+    const int error = errno;
+    ::close(descriptor);
+    throwPOSIXError(error, url);
+  }
+  return file;
+}
+
 } // namespace
 
 Archive::BackingConfiguration Archive::openBacking(const std::filesystem::path& url,
@@ -38,10 +74,7 @@ Archive::BackingConfiguration Archive::openBacking(const std::filesystem::path& 
   if (mode == AccessMode::create) {
     writeEmptyArchive(url);
   }
-  stream::UniqueFile file(std::fopen(url.c_str(), mode == AccessMode::read ? "rb" : "rb+"));
-  if (!file) {
-    throwPOSIXError(errno, url);
-  }
+  auto file = openRegularFile(url, mode);
   std::setvbuf(file.get(), nullptr, _IOFBF, static_cast<std::size_t>(defaultReadChunkSize));
   auto end = stream::locateEndOfCentralDirectory(file.get());
   if (!end) {
@@ -189,6 +222,50 @@ Archive::Iterator& Archive::Iterator::operator++() {
     ++index_;
   }
   return *this;
+}
+
+bool Archive::endsEarly() const {
+  std::uint64_t found = 0;
+  for (auto entry = begin(); entry != end(); ++entry) {
+    ++found;
+  }
+  return found < resolvedEntryCount();
+}
+
+void Archive::checkDataRangesDisjoint() const {
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+  for (const auto& entry : *this) {
+    const auto start = entry.centralDirectoryStructure.resolvedLocalHeaderOffset();
+    const auto header = std::uint64_t{LocalFileHeader::size} +
+                        entry.localFileHeader.fileNameLength +
+                        entry.localFileHeader.extraFieldLength;
+    const auto dataEnd = stream::add(start, header);
+    const auto rangeEnd =
+        dataEnd ? stream::add(*dataEnd, entry.centralDirectoryStructure.resolvedCompressedSize())
+                : std::nullopt;
+    if (!rangeEnd) {
+      throw ArchiveError(ArchiveError::Code::invalidLocalHeaderDataOffset);
+    }
+    ranges.emplace_back(start, *rangeEnd);
+  }
+  std::sort(ranges.begin(), ranges.end());
+  for (std::size_t index = 1; index < ranges.size(); ++index) {
+    if (ranges[index].first < ranges[index - 1].second) {
+      throw ArchiveError(ArchiveError::Code::invalidLocalHeaderDataOffset);
+    }
+  }
+}
+
+std::uint64_t Archive::declaredExtractionSize() const {
+  std::uint64_t total = 0;
+  for (const auto& entry : *this) {
+    const auto size = entry.type() == Entry::EntryType::symlink
+                          ? std::min(entry.compressedSize(), maximumSymlinkTargetLength)
+                      : entry.type() == Entry::EntryType::file ? entry.uncompressedSize()
+                                                               : 0;
+    total = stream::add(total, size).value_or(std::numeric_limits<std::uint64_t>::max());
+  }
+  return total;
 }
 
 std::optional<Entry> Archive::operator[](std::string_view path) const {

@@ -9,7 +9,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <limits>
 
@@ -38,6 +41,24 @@ Consumer withProgress(const Archive::ProgressPointer& progress, const Consumer& 
   };
 }
 
+// Passes on at most `declared` bytes in all: an entry that inflates past the size its central
+// record declares is damaged (or a bomb), and is stopped at the first byte beyond it.
+Consumer withinDeclaredSize(std::uint64_t declared, std::uint64_t& delivered,
+                            const Consumer& consumer) {
+  return [declared, &delivered, &consumer](ByteView chunk) {
+    const auto allowed = std::min<std::uint64_t>(chunk.size(), declared - delivered);
+    if (allowed < chunk.size()) {
+      if (allowed > 0) {
+        consumer(chunk.first(static_cast<std::size_t>(allowed)));
+      }
+      throw CompressionError(CompressionError::Code::corruptedData,
+                             "the entry's data is longer than its declared size");
+    }
+    consumer(chunk);
+    delivered += chunk.size();
+  };
+}
+
 // A link is contained when its target, resolved against the link's folder, lies inside that
 // folder. Resolution is lexical, so "sub/../../x" is caught without touching the file system.
 bool isLinkContained(const std::filesystem::path& destination, const std::string& target) {
@@ -46,28 +67,54 @@ bool isLinkContained(const std::filesystem::path& destination, const std::string
   return isContained(path.is_absolute() ? path : parent / path, parent);
 }
 
-void setAttributes(const std::filesystem::path& path, const FileAttributes& attributes,
-                   bool isSymlink) {
+std::array<timespec, 2> timesOf(const FileAttributes& attributes) {
   const auto since = attributes.modificationDate.time_since_epoch();
   const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
   // The access time stays the item's own; only the modification date comes from the entry.
-  const timespec times[2] = {
-      {0, UTIME_OMIT},
-      {static_cast<time_t>(seconds.count()),
-       static_cast<long>(std::chrono::nanoseconds(since - seconds).count())}};
-  if (isSymlink) {
-    // Linux cannot change a symbolic link's own permissions (there is no lchmod), so a link
-    // keeps the permissions the system gives it; only its modification date is set, on the link
-    // itself and never on its target.
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0 ||
-        utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
-      throwPOSIXError(errno, path);
-    }
-    return;
+  return {timespec{0, UTIME_OMIT},
+          timespec{static_cast<time_t>(seconds.count()),
+                   static_cast<long>(std::chrono::nanoseconds(since - seconds).count())}};
+}
+
+// Permissions and date go through the descriptor of the item the extraction made, so they can
+// never reach the target of a link that stands (or was put) at the destination's name.
+void setAttributes(int descriptor, const std::filesystem::path& path,
+                   const FileAttributes& attributes) {
+  const auto times = timesOf(attributes);
+  if (::fchmod(descriptor, attributes.posixPermissions) != 0 ||
+      ::futimens(descriptor, times.data()) != 0) {
+    throwPOSIXError(errno, path);
   }
-  if (chmod(path.c_str(), attributes.posixPermissions) != 0 ||
-      utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) {
+}
+
+// A folder entry may meet a folder that is already there; a link there is refused rather than
+// followed, whatever it points to.
+void setFolderAttributes(const std::filesystem::path& folder, const FileAttributes& attributes) {
+  // A trailing "/" would make even a no-follow open go through a link.
+  const auto path = folder.has_filename() ? folder : folder.parent_path();
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (descriptor < 0) {
+    if (errno == ELOOP || errno == ENOTDIR) {
+      throw FileError(FileError::Code::fileWriteFileExists, path);
+    }
+    throwPOSIXError(errno, path);
+  }
+  try {
+    setAttributes(descriptor, path, attributes);
+  } catch (...) {
+    ::close(descriptor);
+    throw;
+  }
+  ::close(descriptor);
+}
+
+// Linux cannot change a symbolic link's own permissions (there is no lchmod), so a link keeps
+// the permissions the system gives it; only its modification date is set, on the link itself.
+void setLinkAttributes(const std::filesystem::path& path, const FileAttributes& attributes) {
+  const auto times = timesOf(attributes);
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode) ||
+      utimensat(AT_FDCWD, path.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0) {
     throwPOSIXError(errno, path);
   }
 }
@@ -112,12 +159,14 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
     case static_cast<std::uint16_t>(CompressionMethod::deflate): {
       const auto size = entry.centralDirectoryStructure.resolvedCompressedSize();
       stream::ReadAhead reader(archiveFile_.get(), size, readBlock_);
+      std::uint64_t delivered = 0;
       return decompress(
           clampToInt64(size), bufferSize, skipCRC32,
           [&reader](std::int64_t, std::int64_t count) {
             return reader.read(static_cast<std::size_t>(count));
           },
-          deliver);
+          withinDeclaredSize(entry.centralDirectoryStructure.resolvedUncompressedSize(), delivered,
+                             deliver));
     }
     case static_cast<std::uint16_t>(CompressionMethod::none):
       return readStored(entry, bufferSize, skipCRC32, deliver);
@@ -176,8 +225,10 @@ std::uint32_t Archive::readSymlinkTarget(const Entry& entry, const Consumer& con
   if (length == 0 || length == zip64Marker32) {
     length = entry.compressedSize();
   }
-  const auto target = stream::readBytes(
-      archiveFile_.get(), static_cast<std::size_t>(std::min<std::uint64_t>(length, SIZE_MAX)));
+  if (length > maximumSymlinkTargetLength) {
+    throw ArchiveError(ArchiveError::Code::invalidEntryPath);
+  }
+  const auto target = stream::readBytes(archiveFile_.get(), static_cast<std::size_t>(length));
   const auto checksum = crc32(target);
   consumer(target);
   return checksum;
@@ -209,13 +260,15 @@ std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& 
     if (std::fflush(file.get()) != 0) {
       throw DataError(DataError::Code::unwritableFile);
     }
-    break;
+    setAttributes(::fileno(file.get()), destination, entry.fileAttributes());
+    return checksum;
   }
   case EntryType::directory:
     checksum = extract(entry, bufferSize, skipCRC32, progress, [&destination](ByteView) {
       std::filesystem::create_directories(destination);
     });
-    break;
+    setFolderAttributes(destination, entry.fileAttributes());
+    return checksum;
   case EntryType::symlink:
     checksum = extract(entry, bufferSize, skipCRC32, progress, [&](ByteView bytes) {
       if (!isValidUTF8(bytes)) {
@@ -228,9 +281,9 @@ std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& 
       std::filesystem::create_directories(destination.parent_path());
       std::filesystem::create_symlink(target, destination);
     });
-    break;
+    setLinkAttributes(destination, entry.fileAttributes());
+    return checksum;
   }
-  setAttributes(destination, entry.fileAttributes(), kind == EntryType::symlink);
   return checksum;
 }
 

@@ -26,7 +26,7 @@ const char* describe(ArchiveError::Code code) {
   case Code::invalidEntrySize:
     return "the entry size is not valid";
   case Code::invalidLocalHeaderDataOffset:
-    return "the local header data offset is not valid";
+    return "the data of two entries overlap";
   case Code::invalidLocalHeaderSize:
     return "the local header size is not valid";
   case Code::invalidCentralDirectoryOffset:
@@ -62,6 +62,8 @@ const char* describe(FileError::Code code) {
     return "the file is too large";
   case Code::fileReadInvalidFileName:
     return "the file name is not valid";
+  case Code::fileReadNotRegularFile:
+    return "not a regular file (a FIFO, device, socket or folder)";
   }
   return "unknown file error";
 }

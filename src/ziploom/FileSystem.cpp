@@ -64,14 +64,17 @@ bool isPhysicallyContained(const fs::path& target, const fs::path& root) {
   return !error && isContained(parent / "", root);
 }
 
-void setModificationTime(const fs::path& folder, std::chrono::system_clock::time_point date) {
+// Sets the date of the folder itself, never of a link's target. A trailing "/" would make the
+// call go through a link, so it is left off.
+void setModificationTime(const fs::path& target, std::chrono::system_clock::time_point date) {
+  const auto folder = target.has_filename() ? target : target.parent_path();
   const auto since = date.time_since_epoch();
   const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
   const timespec times[2] = {
       {0, UTIME_OMIT},
       {static_cast<time_t>(seconds.count()),
        static_cast<long>(std::chrono::nanoseconds(since - seconds).count())}};
-  if (utimensat(AT_FDCWD, folder.c_str(), times, 0) != 0) {
+  if (utimensat(AT_FDCWD, folder.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
     throwPOSIXError(errno, folder);
   }
 }
@@ -137,11 +140,17 @@ void zipItem(const fs::path& source, const fs::path& destination, bool shouldKee
 
 void unzipItem(const fs::path& source, const fs::path& destination, bool skipCRC32,
                bool allowUncontainedSymlinks, const ProgressPointer& progress,
-               std::optional<TextEncoding> pathEncoding) {
+               std::optional<TextEncoding> pathEncoding, std::uint64_t maximumExtractedSize) {
   if (!isPresent(source)) {
     throw FileError(FileError::Code::fileReadNoSuchFile, source);
   }
   Archive archive(source, AccessMode::read, pathEncoding);
+  // Refused before anything is written. No entry yields more than it declares, so the declared
+  // sizes bound what the extraction writes.
+  archive.checkDataRangesDisjoint();
+  if (archive.declaredExtractionSize() > maximumExtractedSize) {
+    throw FileError(FileError::Code::fileReadTooLarge, source);
+  }
   if (progress) {
     std::int64_t total = 0;
     for (const auto& entry : archive) {

@@ -1,7 +1,10 @@
 // Runs the colour replacement and the recolouring over real animations that nobody here wrote,
-// when they are present (FRAMELOOM_CORPUS, else /work/shared/corpus).
+// when they are present.
 
-#include "TestArchives.h"
+#include "support/Corpus.h"
+#include "support/Archives.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/files/DotLottieError.h>
 #include <frameloom/files/DotLottieFile.h>
 
@@ -10,7 +13,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <strings.h>
 
@@ -60,40 +62,42 @@ void checkRecoloured(const std::string& original, const std::string& recoloured,
   EXPECT_EQ(before, 0u) << name;
 }
 
-// Every document is recoloured as text, every archive as a file: its other entries must come
-// out byte for byte, its animation JSON recoloured, and the archive must pass unzip's test.
-TEST(Corpus, RecoloursEveryDocumentAndArchive) {
-  const char* corpus = std::getenv("FRAMELOOM_CORPUS");
-  std::error_code error;
-  std::filesystem::directory_iterator items(corpus ? corpus : "/work/shared/corpus", error);
-  if (error) {
+TEST(Corpus, EveryDocumentRecoloursAsText) {
+  const auto documents = frameloom::testing::corpusFiles(".json");
+  if (documents.empty()) {
+    GTEST_SKIP() << "no corpus";
+  }
+  for (const auto& document : documents) {
+    const std::string text = frameloom::testing::readText(document);
+    checkRecoloured(text, DotLottieFile::replaceColors(text, palette, 3),
+                    document.filename().string());
+  }
+}
+
+// Its other entries come out byte for byte, its animation JSON recoloured, and the archive
+// passes unzip's test; an archive without animation JSON is refused.
+TEST(Corpus, EveryArchiveRecoloursAsFile) {
+  const auto archives = frameloom::testing::corpusFiles(".lottie");
+  if (archives.empty()) {
     GTEST_SKIP() << "no corpus";
   }
   frameloom::testing::TemporaryFolder temporary;
   setenv("TMPDIR", temporary.path().c_str(), 1);
-  for (const auto& item : items) {
-    const std::string name = item.path().filename().string();
-    if (item.path().extension() == ".json") {
-      std::ifstream in(item.path(), std::ios::binary);
-      const std::string text{std::istreambuf_iterator<char>(in), {}};
-      checkRecoloured(text, DotLottieFile::replaceColors(text, palette, 3), name);
-    }
-    if (item.path().extension() != ".lottie") {
-      continue;
-    }
-    const auto source = frameloom::testing::entries(item.path());
+  for (const auto& archive : archives) {
+    const std::string name = archive.filename().string();
+    const auto source = frameloom::testing::entriesOf(archive);
     const auto json = std::ranges::find_if(source, [](const auto& entry) {
       const auto& path = entry.first;
       return path.find("animations/") != std::string::npos && path.size() > 5 &&
              strcasecmp(path.c_str() + path.size() - 5, ".json") == 0;
     });
     if (json == source.end()) {
-      EXPECT_THROW(DotLottieFile::recolor(item.path(), palette, 3), frameloom::DotLottieError);
+      EXPECT_THROW(DotLottieFile::recolor(archive, palette, 3), frameloom::DotLottieError);
       continue;
     }
-    const auto output = DotLottieFile::recolor(item.path(), palette, 3);
+    const auto output = DotLottieFile::recolor(archive, palette, 3);
     EXPECT_EQ(std::system(("unzip -tqq '" + output.string() + "' > /dev/null").c_str()), 0);
-    const auto written = frameloom::testing::entries(output);
+    const auto written = frameloom::testing::entriesOf(output);
     const std::map<std::string, std::string> result(written.begin(), written.end());
     for (const auto& [path, data] : source) {
       ASSERT_EQ(result.count(path), 1u) << name << ": " << path;

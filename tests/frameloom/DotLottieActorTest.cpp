@@ -4,9 +4,11 @@
 #include <frameloom/platform/runtime/SharedExecutor.h>
 #include <frameloom/platform/runtime/Task.h>
 
-#include "../renderer/ArchiveSamples.h"
 #include "../renderer/LottieSamples.h"
-#include "TestArchives.h"
+#include "support/Archives.h"
+#include "support/Corpus.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -80,8 +82,7 @@ TEST(DotLottieActorTest, LoadsBytesAtTheRequestedSizeRendersAndDestroys) {
 
 TEST(DotLottieActorTest, FileLoadsWithAndWithoutColours) {
   const Url source = Url::fromFilePath(fs::temp_directory_path() / "source.lottie");
-  const auto archive = testing::makeZip({{"animations/a.json", {halves.begin(), halves.end()}}});
-  std::ofstream(source.path(), std::ios::binary) << std::string(archive.begin(), archive.end());
+  testing::writeArchive(source.path(), {{"animations/a.json", {halves.begin(), halves.end()}}});
   const Rgba8 red{255, 0, 0, 255}, blue{0, 0, 255, 255};
   const std::vector<std::tuple<Colors, Rgba8, Rgba8>> cases{
       {std::nullopt, red, blue},
@@ -167,16 +168,16 @@ TEST(DotLottieActorTest, SeeksFromManyTasksAndNoneFromACancelledOne) {
   EXPECT_TRUE(!frame && animations[0]->currentFrame() == frameBefore);
 }
 
-// The real animations of the shared corpus, when present, draw something at start, middle and end.
+// The real animations of the corpus draw something at start, middle and end.
 TEST(ActorCorpusTest, EveryDotLottieLoadsAndRenders) {
-  std::error_code noCorpus;
-  for (const auto& item : fs::directory_iterator("/work/shared/corpus", noCorpus)) {
-    if (item.path().extension() != ".lottie") {
-      continue;
-    }
-    SCOPED_TRACE(item.path().filename().string());
+  const auto archives = testing::corpusFiles(".lottie");
+  if (archives.empty()) {
+    GTEST_SKIP() << "no corpus";
+  }
+  for (const auto& archive : archives) {
+    SCOPED_TRACE(archive.filename().string());
     const auto animation =
-        run(DotLottieActor::load(Url::fromFilePath(item.path()), Size{250, 250}, {}));
+        run(DotLottieActor::load(Url::fromFilePath(archive), Size{250, 250}, {}));
     ASSERT_TRUE(animation && animation->totalFrames() > 0 && animation->duration() > 0);
     for (const float frame : {0.0f, animation->totalFrames() / 2, animation->totalFrames() - 1}) {
       const auto image = run(actor().seek(frame, animation));

@@ -1,4 +1,6 @@
-#include "TestArchives.h"
+#include "support/Archives.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/files/DotLottieFile.h>
 #include <frameloom/ziploom/Errors.h>
 
@@ -44,7 +46,7 @@ TEST(SizeReader, ReadsTheFirstAnimationOrTellsWhyNot) {
   for (std::size_t i = 0; i < cases.size(); ++i) {
     SCOPED_TRACE(i);
     const auto path = folder.path() / (std::to_string(i) + ".lottie");
-    frameloom::testing::makeArchive(path, cases[i].entries);
+    frameloom::testing::writeArchive(path, cases[i].entries);
     try {
       EXPECT_EQ(DotLottieFile(path).size(), (frameloom::platform::Size{512, 256.5}));
       EXPECT_FALSE(cases[i].player || cases[i].decoding);

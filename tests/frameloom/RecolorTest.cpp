@@ -1,7 +1,9 @@
-#include "TestArchives.h"
-
+#include "support/Archives.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 #include <frameloom/files/DotLottieError.h>
 #include <frameloom/files/DotLottieFile.h>
+#include <frameloom/files/RecoloredCopies.h>
 #include <frameloom/ziploom/Errors.h>
 
 #include <gtest/gtest.h>
@@ -11,7 +13,7 @@
 #include <string>
 
 using frameloom::DotLottieFile;
-using frameloom::testing::makeArchive;
+using frameloom::testing::writeArchive;
 
 namespace {
 
@@ -37,7 +39,8 @@ protected:
   }
 
   static std::map<std::string, std::string> contents(const std::filesystem::path& path) {
-    const auto files = frameloom::testing::entries(path, true);
+    EXPECT_TRUE(frameloom::testing::everyEntryStored(path)) << path;
+    const auto files = frameloom::testing::entriesOf(path);
     return {files.begin(), files.end()};
   }
 
@@ -48,7 +51,7 @@ protected:
     if (entries.empty()) {
       frameloom::testing::writeFile(source, "PK but not really");
     } else {
-      makeArchive(source, entries);
+      writeArchive(source, entries);
     }
     try {
       DotLottieFile::recolor(source, palette, 3);
@@ -64,10 +67,10 @@ protected:
 TEST_F(Recolor, RewritesTheJSONAndCarriesEverythingElseOver) {
   const auto source = folder.path() / "in.lottie";
   const std::string picture("\x89PNG\r\n\x1a\n\0\1\2", 11);
-  makeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
-                       {"animations/", ""},
-                       {"animations/a.json", animation},
-                       {"images/img_0.png", picture}});
+  writeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
+                        {"animations/", ""},
+                        {"animations/a.json", animation},
+                        {"images/img_0.png", picture}});
   ASSERT_EQ(DotLottieFile::readPalette(source).at(0).key, "1.0,0.0,0.0,1.0");
   EXPECT_EQ(temporaryItems(), 0u);
 
@@ -90,7 +93,7 @@ TEST_F(Recolor, RewritesTheJSONAndCarriesEverythingElseOver) {
   EXPECT_EQ(temporaryItems(), 4u);
 
   // The JSON may lie deeper, in any letter case of its extension.
-  makeArchive(source, {{"x/animations/a.JSON", animation}});
+  writeArchive(source, {{"x/animations/a.JSON", animation}});
   EXPECT_EQ(contents(DotLottieFile::recolor(source, palette, 3)).at("x/animations/a.JSON"),
             recolored);
 }
@@ -107,11 +110,11 @@ TEST_F(Recolor, RefusesBadSourcesBeforeWritingAnything) {
 TEST_F(Recolor, EntryPathsAreAppendedToTheWorkFolderAndNeverReplaceEachOther) {
   // A rooted entry path lands inside the work folder like any other.
   const auto source = folder.path() / "rooted.lottie";
-  makeArchive(source, {{"animations/a.json", animation}, {"/tmp/rooted.txt", "x"}});
+  writeArchive(source, {{"animations/a.json", animation}, {"/tmp/rooted.txt", "x"}});
   EXPECT_EQ(contents(DotLottieFile::recolor(source, palette, 3)).at("tmp/rooted.txt"), "x");
 
   // A second entry at the JSON's path fails as extracting onto an existing file does.
-  makeArchive(source, {{"animations/a.json", animation}, {"animations/a.json", "{}"}});
+  writeArchive(source, {{"animations/a.json", animation}, {"animations/a.json", "{}"}});
   try {
     DotLottieFile::recolor(source, palette, 3);
     ADD_FAILURE() << "recoloured";
@@ -119,6 +122,26 @@ TEST_F(Recolor, EntryPathsAreAppendedToTheWorkFolderAndNeverReplaceEachOther) {
     EXPECT_EQ(error.code(), frameloom::ziploom::FileError::Code::fileWriteFileExists);
     EXPECT_EQ(error.path().filename(), "a.json");
   }
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(Recolor, RemovingRecoloredCopiesLeavesOnlyWhatOthersWrote) {
+  const auto source = folder.path() / "in.lottie";
+  writeArchive(source, {{"manifest.json", R"({"animations":[{"id":"a"}]})"},
+                       {"animations/a.json", animation}});
+  frameloom::testing::writeFile(temporary() / "host.txt", "kept");
+  frameloom::removeRecoloredCopies();
+  DotLottieFile::recolor(source, palette, 3);
+  DotLottieFile::recolor(source, palette, 3);
+  ASSERT_EQ(temporaryItems(), 5u);
+
+  EXPECT_EQ(frameloom::removeRecoloredCopies(), 4u);
+  EXPECT_EQ(temporaryItems(), 1u);
+  EXPECT_TRUE(std::filesystem::exists(temporary() / "host.txt"));
+  EXPECT_EQ(frameloom::removeRecoloredCopies(), 0u);
 }
 
 } // namespace

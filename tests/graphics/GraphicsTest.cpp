@@ -1,3 +1,4 @@
+#include "support/TemporaryFolder.h"
 #include <frameloom/platform/graphics/Color.h>
 #include <frameloom/platform/graphics/ContactSheet.h>
 #include <frameloom/platform/graphics/Image.h>
@@ -46,13 +47,12 @@ TEST(PngTest, BadInputAndUnwritablePathsThrowAndLeaveNoFiles) {
   auto truncated = encodePng(*gradientImage(8, 8));
   truncated.resize(truncated.size() / 2);
   EXPECT_THROW(decodePng(truncated), PngError);
-  const auto folder = std::filesystem::temp_directory_path() / "frameloom-png-test";
-  std::filesystem::create_directories(folder);
+  const frameloom::testing::TemporaryFolder temporary;
+  const auto& folder = temporary.path();
   EXPECT_THROW(writePng(*gradientImage(2, 2), folder / "missing" / "out.png"), PngError);
   writePng(*gradientImage(4, 3), folder / "out.png");
   EXPECT_EQ(readPng(folder / "out.png")->pixel(3, 2), gradientImage(4, 3)->pixel(3, 2));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
-  std::filesystem::remove_all(folder);
 }
 
 TEST(ContactSheetTest, PlacesFramesRowByRowAndRefusesGridsThatCannotHoldThem) {

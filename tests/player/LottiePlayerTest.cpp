@@ -324,3 +324,39 @@ TEST(PlayerEndToEndTest, PlaysTheShippedAnimationOnTheMainLoop) {
 
 } // namespace
 } // namespace frameloom::testing
+
+namespace frameloom::testing {
+namespace {
+
+// Services that also record the colours of recoloured loads.
+class RecoloringServices : public FakeServices {
+public:
+  std::vector<std::vector<platform::Color>> recolored;
+
+  asio::awaitable<Model> loadRecolored(platform::Url from, std::optional<platform::Size> size,
+                                       std::vector<platform::Color> colors) override {
+    recolored.push_back(std::move(colors));
+    co_return co_await load(std::move(from), size);
+  }
+};
+
+TEST(LottiePlayerHost, RenderSizeAndColoursReachTheLoads) {
+  auto services = std::make_shared<RecoloringServices>();
+  auto player = LottiePlayer::create(60.0f, services, platform::DisplayLink::Clock::manual);
+  const auto loadFrom = [&](const char* url) {
+    MainLoop::shared().runUntilComplete(player->loadAnimation(*platform::Url::parse(url)));
+  };
+  player->setRenderSize({1080, 720});
+  loadFrom("file:///tmp/a.lottie");
+  player->setColors({platform::Color::fromHex("#f00")});
+  loadFrom("https://example.com/b.lottie");
+
+  EXPECT_THAT(services->loads, ElementsAre("file file:///tmp/a.lottie 1080x720",
+                                           "file https://example.com/b.lottie 1080x720"));
+  EXPECT_EQ(services->recolored,
+            std::vector<std::vector<platform::Color>>{{platform::Color(1, 0, 0)}});
+  player->stop();
+}
+
+} // namespace
+} // namespace frameloom::testing

@@ -1,7 +1,7 @@
 // Runs the built tool's play and demo commands as a user would.
 
-#include "../frameloom/TestArchives.h"
-#include "../tool/ToolRun.h"
+#include "support/TemporaryFolder.h"
+#include "support/ToolRun.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,15 +5,16 @@
 #include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/renderer/DotLottieAnimation.h>
 
-#include "ArchiveSamples.h"
 #include "LottieSamples.h"
+#include "support/Archives.h"
+#include "support/Files.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <webp/encode.h>
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 
 namespace frameloom::renderer {
@@ -21,8 +22,8 @@ using namespace frameloom::platform;
 namespace {
 
 using testing::bytesOf;
-using testing::makeZip;
 using testing::sampleLottie;
+using testing::zipOf;
 
 constexpr Rgba8 r{255, 0, 0, 255};
 constexpr Rgba8 g{0, 255, 0, 255};
@@ -78,6 +79,18 @@ TEST(DotLottieAnimationTest, FramesCountFromTheInPointAndRoundToNearest) {
   }
 }
 
+// Frames at or a hair below a fractional out point still show the animation's last picture.
+TEST(DotLottieAnimationTest, FramesAtTheOutPointAreDrawn) {
+  for (const double outPoint : {24.0, 24.000001, 23.99998}) {
+    auto animation =
+        make(bytesOf(sampleLottie(8, 8, {{0, 0, 8, 8, {{0, {1, 0, 0}}}}}, {0, outPoint, 30})),
+             std::nullopt, std::nullopt);
+    const float last = std::floor(animation.totalFrames());
+    ASSERT_TRUE(animation.setFrame(last)) << outPoint;
+    EXPECT_EQ(animation.tick()->pixel(4, 4), r) << outPoint;
+  }
+}
+
 TEST(DotLottieAnimationTest, HostileFramesAndSizesAreRefused) {
   auto animation = make(halves, 0, 250);
   ASSERT_TRUE(!animation.tick() && animation.setFrame(12));
@@ -114,7 +127,7 @@ TEST(LottieTimingTest, TakesTopLevelNumbersOnlyAndRejectsUnusableOnes) {
   }
 }
 
-using Entries = std::vector<std::pair<std::string, std::string>>;
+using Entries = testing::ArchiveEntries;
 
 const std::string red = sampleLottie(4, 4, {{0, 0, 4, 4, {{0, {1, 0, 0}}}}});
 const std::string blue = sampleLottie(4, 4, {{0, 0, 4, 4, {{0, {0, 0, 1}}}}});
@@ -146,9 +159,9 @@ TEST(DotLottieArchiveTest, ManifestOrElseTheFirstJsonUnderEitherFolderIsTheAnima
       {{{"animations/a.json", "this is not JSON"}}, nothing},
   };
   for (const auto& [entries, expected] : cases) {
-    EXPECT_EQ(centreOf(makeZip(entries)), expected) << entries.front().second;
+    EXPECT_EQ(centreOf(zipOf(entries)), expected) << entries.front().second;
   }
-  auto truncated = makeZip({{"animations/a.json", red}});
+  auto truncated = zipOf({{"animations/a.json", red}});
   truncated.resize(truncated.size() - 30);
   EXPECT_EQ(centreOf(truncated), nothing);
 }
@@ -183,10 +196,8 @@ std::string greenWebp() {
 TEST(DotLottieArchiveTest, PicturesOfTheArchiveAreDrawnAndWebpIsConverted) {
   const std::string webp = greenWebp();
   const std::string badWebp = webp.substr(0, 20);
-  const auto outside =
-      std::filesystem::temp_directory_path() / ("frameloom-pic-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(outside);
-  std::ofstream(outside / "pic.png", std::ios::binary) << greenPng();
+  const testing::TemporaryFolder outside;
+  testing::writeFile(outside / "pic.png", greenPng());
   const auto uri = [](const char* type, const std::string& bytes) {
     return "data:" + std::string(type) + ";base64," + base64Encoded(bytes);
   };
@@ -201,26 +212,26 @@ TEST(DotLottieArchiveTest, PicturesOfTheArchiveAreDrawnAndWebpIsConverted) {
       {{animation("", uri("image/png", webp))}, true},
       {{animation("", "pic.webp"), {"images/pic.webp", badWebp}}, false},
       {{animation("", uri("image/webp", badWebp))}, false},
-      {{animation(outside.string() + "/", "pic.png"), {"images/other.png", greenPng()}}, false},
+      {{animation(outside.path().string() + "/", "pic.png"), {"images/other.png", greenPng()}},
+       false},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) {
     // rlottie filters pictures as it scales them: near enough to the opaque green drawn.
-    const Rgba8 centre = centreOf(makeZip(cases[i].first));
+    const Rgba8 centre = centreOf(zipOf(cases[i].first));
     EXPECT_TRUE(cases[i].second ? centre.r == 0 && centre.g > 240 && centre.g == centre.a
                                 : centre == Rgba8{})
         << i;
   }
   // A plain document reads no picture beside it, but its inlined WebP is converted all the same.
-  EXPECT_EQ(centreOf(bytesOf(pictureDocument(outside.string() + "/", "pic.png"))), Rgba8{});
+  EXPECT_EQ(centreOf(bytesOf(pictureDocument(outside.path().string() + "/", "pic.png"))), Rgba8{});
   EXPECT_GT(centreOf(bytesOf(pictureDocument("", uri("image/webp", webp)))).g, 240);
-  std::filesystem::remove_all(outside);
 }
 
 // Under AddressSanitizer this shows that every rlottie model is released once, whether the owner
 // destroys it (once or twice) or only lets go of it; the colours show that documents never share
 // a model.
 TEST(DotLottieArchiveTest, HundredsOfAnimationsComeAndGo) {
-  const auto archive = makeZip(
+  const auto archive = zipOf(
       {{"animations/a.json", pictureDocument("", "pic.png")}, {"images/pic.png", greenPng()}});
   for (int i = 0; i < 300; ++i) {
     DotLottieAnimation animation(i % 3 ? bytesOf(i % 3 == 1 ? red : blue) : archive, {});

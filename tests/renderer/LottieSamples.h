@@ -63,8 +63,4 @@ inline std::string sampleLottie(int width, int height, const std::vector<SampleR
   return document.dump();
 }
 
-inline std::vector<std::uint8_t> bytesOf(const std::string& text) {
-  return {text.begin(), text.end()};
-}
-
 } // namespace frameloom::testing

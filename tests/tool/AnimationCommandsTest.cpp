@@ -1,8 +1,9 @@
-// Runs the built tool's animation commands on archives made by Python's zipfile.
+// Runs the built tool's animation commands on archives the test makes.
 
-#include "../frameloom/TestArchives.h"
 #include "ColorArguments.h"
-#include "ToolRun.h"
+#include "support/Archives.h"
+#include "support/TemporaryFolder.h"
+#include "support/ToolRun.h"
 
 #include <gtest/gtest.h>
 
@@ -28,9 +29,9 @@ TEST(ColorArguments, ParsesTheThreeForms) {
 
 TEST(AnimationCommands, InfoPaletteRecolorAndFailures) {
   TemporaryFolder folder;
-  makeArchive(folder.path() / "in.lottie",
-              {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
-                                     R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
+  writeArchive(folder.path() / "in.lottie",
+               {{"animations/a.json", R"({"w":512,"h":256.5,"c":{"k":[1,0,0]},"x":)"
+                                      R"({"c":{"k":[0,0,1,1]}},"y":{"c":{"k":[1,0,0,1]}}})"}});
   const auto out = [&folder](const std::string& arguments) {
     const ToolRun run = runTool(arguments, folder.path());
     EXPECT_EQ(run.status, 0) << arguments << run.err;

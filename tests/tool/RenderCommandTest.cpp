@@ -2,10 +2,10 @@
 
 #include <frameloom/platform/graphics/Png.h>
 
-#include "../frameloom/TestArchives.h"
-#include "../renderer/ArchiveSamples.h"
 #include "../renderer/LottieSamples.h"
-#include "ToolRun.h"
+#include "support/Archives.h"
+#include "support/TemporaryFolder.h"
+#include "support/ToolRun.h"
 
 #include <gtest/gtest.h>
 
@@ -22,12 +22,11 @@ class RenderCommand : public ::testing::Test {
 protected:
   void SetUp() override {
     // Red until frame 30, then blue, on a 100 x 100 square with a green right half.
-    const auto archive =
-        makeZip({{"animations/a.json",
-                  sampleLottie(100, 100,
-                               {{50, 0, 50, 100, {{0, {0, 1, 0}}}},
-                                {0, 0, 100, 100, {{0, {1, 0, 0}}, {30, {0, 0, 1}}}}})}});
-    writeFile(folder / "in.lottie", std::string(archive.begin(), archive.end()));
+    writeArchive(folder / "in.lottie",
+                 {{"animations/a.json",
+                   sampleLottie(100, 100,
+                                {{50, 0, 50, 100, {{0, {0, 1, 0}}}},
+                                 {0, 0, 100, 100, {{0, {1, 0, 0}}, {30, {0, 0, 1}}}}})}});
   }
 
   ToolRun run(const std::string& arguments) const { return runTool(arguments, folder); }

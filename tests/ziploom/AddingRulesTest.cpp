@@ -5,7 +5,7 @@
 #include <cstdio>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 using EntryType = Entry::EntryType;
 
 namespace {
@@ -49,7 +49,7 @@ void writeEmptyArchiveAt(const fs::path& path, std::uint64_t offset) {
   put(0, 4);
   put(0xFFFFFFFF, 4);
   put(0, 2);
-  writeFile(path, {});
+  writeFile(path, std::string_view());
   fs::resize_file(path, offset);
   std::FILE* file = std::fopen(path.c_str(), "ab");
   ASSERT_NE(file, nullptr);

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 using ::testing::ElementsAre;
 
 namespace {

@@ -8,7 +8,7 @@
 #include <sstream>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 using EntryType = Entry::EntryType;
 using frameloom::platform::Progress;
 

@@ -3,7 +3,7 @@
 #include <frameloom/ziploom/Compression.h>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <ctime>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 
 TEST(ExtractionRules, EntryPathsAreAppendedToTheDestinationAsPathComponents) {
   TemporaryFolder folder;

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 
 namespace {
 

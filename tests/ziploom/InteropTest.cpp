@@ -1,11 +1,12 @@
 // Archives written by Info-ZIP's zip and by Python's zipfile must read back, through the library
 // and through the tool's archive commands, exactly as Python's zipfile and unzip see them.
 #include "Support.h"
+#include "support/Corpus.h"
 
 #include <sstream>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 
 namespace {
 
@@ -94,9 +95,9 @@ void checkArchive(const fs::path& path) {
     }
     if (line.starts_with("file") && entry.centralDirectoryStructure.hasUTF8Path() &&
         entry.path().find_first_of("[]*?\\") == std::string::npos) {
-      EXPECT_EQ(
-          run(tool + " archive cat " + quoted(path) + " " + testsupport::quoted(entry.path())),
-          run("unzip -p " + quoted(path) + " " + testsupport::quoted(entry.path())));
+      EXPECT_EQ(run(tool + " archive cat " + quoted(path) + " " +
+                    frameloom::testing::quoted(entry.path())),
+                run("unzip -p " + quoted(path) + " " + frameloom::testing::quoted(entry.path())));
     }
   }
   EXPECT_EQ(all, bytesOf(run("unzip -p " + quoted(path))));
@@ -115,15 +116,12 @@ TEST_F(Interop, ArchivesOfZipAndPythonReadAsZipfileAndUnzipSeeThem) {
 }
 
 TEST_F(Interop, RealAnimationsReadAsZipfileAndUnzipSeeThem) {
-  const char* shared = std::getenv("FRAMELOOM_CORPUS");
-  const fs::path corpus = shared ? shared : "/work/shared/corpus";
-  if (!fs::is_directory(corpus)) {
-    GTEST_SKIP() << "no corpus of animations at " << corpus;
+  const auto archives = corpusFiles(".lottie");
+  if (archives.empty()) {
+    GTEST_SKIP() << "no corpus of animations";
   }
-  for (const auto& item : fs::directory_iterator(corpus)) {
-    if (item.path().extension() == ".lottie") {
-      checkArchive(item.path());
-    }
+  for (const auto& archive : archives) {
+    checkArchive(archive);
   }
 }
 

@@ -3,7 +3,7 @@
 #include "Support.h"
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 
 // A deflated entry of more than 4 GiB (ZIP64 sizes), then a stored one that pushes the next
 // entry's offset and the central directory past 4 GiB. Info-ZIP and Python read them, and the

@@ -6,7 +6,7 @@
 #include <frameloom/ziploom/Errors.h>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <frameloom/ziploom/Records.h>
 
 using namespace frameloom::ziploom;
-using frameloom::ziploom::testsupport::extraBlock;
+using frameloom::testing::extraBlock;
 using littleEndian::append;
 using EntryType = Entry::EntryType;
 

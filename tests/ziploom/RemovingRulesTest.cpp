@@ -3,7 +3,7 @@
 #include <frameloom/ziploom/Errors.h>
 
 using namespace frameloom::ziploom;
-using namespace frameloom::ziploom::testsupport;
+using namespace frameloom::testing;
 using frameloom::platform::Progress;
 
 TEST(RemovingRules, TheScratchArchiveLivesInASystemFolderNotBesideTheArchive) {

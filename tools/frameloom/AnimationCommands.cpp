@@ -1,10 +1,12 @@
 #include "AnimationCommands.h"
 
 #include "ColorArguments.h"
+#include "ErrorText.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/files/DotLottieFile.h>
 #include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/renderer/Limits.h>
 
 #include <algorithm>
 #include <cctype>
@@ -28,7 +30,7 @@ void naming(const std::string& path, Action action) {
   try {
     action();
   } catch (const std::exception& error) {
-    throw std::runtime_error(path + ": " + error.what());
+    throw std::runtime_error(errorTextNaming(path, error));
   }
 }
 
@@ -61,6 +63,17 @@ void palette(const std::string& path) {
   naming(path, [&] {
     std::vector<DotLottieFile::PaletteColor> colors;
     if (isJSONDocument(path)) {
+      // A FIFO or device would block or never end; an oversized document is refused unread.
+      std::error_code error;
+      const auto status = fs::status(path, error);
+      if (!error && status.type() != fs::file_type::regular) {
+        throw std::runtime_error("not a regular file");
+      }
+      if (!error && fs::file_size(path, error) > renderer::maximumAnimationDocumentSize) {
+        throw std::runtime_error("the document is larger than " +
+                                 std::to_string(renderer::maximumAnimationDocumentSize >> 20) +
+                                 " MiB");
+      }
       std::ifstream in(path, std::ios::binary);
       if (!in) {
         throw std::system_error(errno, std::generic_category(), "cannot read the file");

@@ -1,5 +1,6 @@
 #include "ArchiveCommands.h"
 
+#include "Interruption.h"
 #include "ProgressBar.h"
 
 #include <frameloom/ziploom/Archive.h>
@@ -55,6 +56,16 @@ std::string methodName(std::uint16_t method) {
   }
 }
 
+// The library's enumeration ends quietly at a damaged record; here that is an error.
+void refuseIfDamaged(const std::string& archivePath, const Archive& archive) {
+  if (archive.endsEarly()) {
+    throw std::runtime_error(archivePath + ": the central directory is damaged: fewer entries" +
+                             " can be read than the " +
+                             std::to_string(archive.resolvedEntryCount()) +
+                             " its end record declares");
+  }
+}
+
 void list(const std::string& archivePath) {
   naming(archivePath, [&] {
     const Archive archive(archivePath, Archive::AccessMode::read);
@@ -65,6 +76,8 @@ void list(const std::string& archivePath) {
                   static_cast<unsigned long long>(entry.compressedSize()), entry.checksum(),
                   entry.path().c_str());
     }
+    std::fflush(stdout);
+    refuseIfDamaged(archivePath, archive);
   });
 }
 
@@ -118,47 +131,54 @@ void makingArchive(const std::string& archivePath, Action action) {
   }
 }
 
-void zip(const std::string& source, const std::string& archivePath, bool deflate, bool keepParent) {
+void zip(Interruption& interruption, const std::string& source, const std::string& archivePath,
+         bool deflate, bool keepParent) {
   if (isPresent(archivePath)) {
     throw ziploom::FileError(ziploom::FileError::Code::fileWriteFileExists, archivePath);
   }
   makingArchive(archivePath, [&] {
     ProgressBar bar("zip");
+    const auto cancelling = interruption.cancelOnSignal(bar.progress());
     ziploom::zipItem(source, archivePath, keepParent, method(deflate), bar.progress());
   });
 }
 
-void unzip(const std::string& archivePath, const std::string& destination, bool skipCRC,
-           bool allowUncontainedSymlinks) {
+void unzip(Interruption& interruption, const std::string& archivePath,
+           const std::string& destination, bool skipCRC, bool allowUncontainedSymlinks) {
   naming(archivePath, [&] {
+    refuseIfDamaged(archivePath, Archive(archivePath, Archive::AccessMode::read));
     ProgressBar bar("unzip");
+    const auto cancelling = interruption.cancelOnSignal(bar.progress());
     ziploom::unzipItem(archivePath, destination, skipCRC, allowUncontainedSymlinks, bar.progress());
   });
 }
 
-void add(const std::string& archivePath, const std::string& entryPath, const std::string& item,
-         bool deflate) {
+void add(Interruption& interruption, const std::string& archivePath, const std::string& entryPath,
+         const std::string& item, bool deflate) {
   makingArchive(archivePath, [&] {
     Archive archive(archivePath, isPresent(archivePath) ? Archive::AccessMode::update
                                                         : Archive::AccessMode::create);
     ProgressBar bar("add");
+    const auto cancelling = interruption.cancelOnSignal(bar.progress());
     archive.addEntry(entryPath, Archive::FileURL{item}, method(deflate),
                      ziploom::defaultWriteChunkSize, bar.progress());
   });
 }
 
-void remove(const std::string& archivePath, const std::string& entryPath) {
+void remove(Interruption& interruption, const std::string& archivePath,
+            const std::string& entryPath) {
   naming(archivePath, [&] {
     Archive archive(archivePath, Archive::AccessMode::update);
     const Entry entry = entryNamed(archive, archivePath, entryPath);
     ProgressBar bar("remove");
+    const auto cancelling = interruption.cancelOnSignal(bar.progress());
     archive.remove(entry, ziploom::defaultReadChunkSize, bar.progress());
   });
 }
 
 } // namespace
 
-void addArchiveCommands(CLI::App& app) {
+void addArchiveCommands(CLI::App& app, Interruption& interruption) {
   auto* archive = app.add_subcommand("archive", "Read and write ZIP archives");
   archive->require_subcommand(1);
 
@@ -195,8 +215,9 @@ void addArchiveCommands(CLI::App& app) {
   zipCommand->add_flag("--deflate", options->deflate, "Compress the files");
   zipCommand->add_flag("--keep-parent", options->keepParent,
                        "Put everything below an entry named for the folder");
-  zipCommand->callback(
-      [options] { zip(options->first, options->second, options->deflate, options->keepParent); });
+  zipCommand->callback([options, &interruption] {
+    zip(interruption, options->first, options->second, options->deflate, options->keepParent);
+  });
 
   auto* unzipCommand = archive->add_subcommand(
       "unzip", "Unzip an archive into a folder, refusing entries that would land outside it");
@@ -205,8 +226,9 @@ void addArchiveCommands(CLI::App& app) {
   unzipCommand->add_flag("--skip-crc", options->skipCRC, "Do not compare checksums");
   unzipCommand->add_flag("--allow-uncontained-symlinks", options->allowUncontainedSymlinks,
                          "Make symbolic links that point outside the folder");
-  unzipCommand->callback([options] {
-    unzip(options->first, options->second, options->skipCRC, options->allowUncontainedSymlinks);
+  unzipCommand->callback([options, &interruption] {
+    unzip(interruption, options->first, options->second, options->skipCRC,
+          options->allowUncontainedSymlinks);
   });
 
   auto* addCommand = archive->add_subcommand(
@@ -216,14 +238,16 @@ void addArchiveCommands(CLI::App& app) {
       ->required();
   addCommand->add_option("FILE", options->third, "The file, folder or link to add")->required();
   addCommand->add_flag("--deflate", options->deflate, "Compress the file");
-  addCommand->callback(
-      [options] { add(options->first, options->second, options->third, options->deflate); });
+  addCommand->callback([options, &interruption] {
+    add(interruption, options->first, options->second, options->third, options->deflate);
+  });
 
   auto* removeCommand = archive->add_subcommand("remove", "Remove one entry");
   removeCommand->add_option("ARCHIVE", options->first, "The archive")->required();
   removeCommand->add_option("ENTRYPATH", options->second, "The entry's path in the archive")
       ->required();
-  removeCommand->callback([options] { remove(options->first, options->second); });
+  removeCommand->callback(
+      [options, &interruption] { remove(interruption, options->first, options->second); });
 }
 
 } // namespace frameloom::tool

@@ -7,6 +7,8 @@
 #include "ArchiveCommands.h"
 #include "CacheCommands.h"
 #include "DemoCommand.h"
+#include "ErrorText.h"
+#include "Interruption.h"
 #include "PlayCommand.h"
 #include "RenderCommand.h"
 #include <frameloom/Version.h>
@@ -29,11 +31,13 @@ struct SharedExecutorShutdown {
 } // namespace
 
 int main(int argc, char** argv) {
+  // Before any other thread starts, so that every thread leaves the signals to it.
+  frameloom::tool::Interruption interruption;
   const SharedExecutorShutdown shutdown;
   CLI::App app{"frameloom: recoloured dotLottie animations and ZIP archives", "frameloom"};
   app.require_subcommand(1);
   frameloom::tool::addAnimationCommands(app);
-  frameloom::tool::addArchiveCommands(app);
+  frameloom::tool::addArchiveCommands(app, interruption);
   frameloom::tool::addCacheCommands(app);
   frameloom::tool::addRenderCommand(app);
   frameloom::tool::addPlayCommand(app);
@@ -54,7 +58,7 @@ int main(int argc, char** argv) {
     return 2;
   } catch (const std::exception& e) {
     std::fflush(stdout);
-    std::cerr << "frameloom: " << e.what() << "\n";
+    std::cerr << "frameloom: " << frameloom::tool::errorText(e) << "\n";
     return 1;
   }
   return 0;

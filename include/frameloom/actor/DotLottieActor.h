@@ -11,6 +11,7 @@
 #include <asio/awaitable.hpp>
 
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -26,7 +27,7 @@ namespace frameloom {
 // reference to what it makes: an animation belongs to whoever received it, who hands it to
 // destroy() when done. Loads throw only what recolouring throws (DotLottieFile's errors and the
 // archive and file-system errors beneath them).
-class DotLottieActor {
+class FRAMELOOM_EXPORT DotLottieActor {
 public:
   using Animation = std::shared_ptr<renderer::DotLottieAnimation>;
   using Frame = std::shared_ptr<const platform::Image>;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <frameloom/platform/Export.h>
 #include <optional>
 #include <span>
 #include <string>
@@ -13,7 +14,7 @@ namespace frameloom {
 // The disk level of LottieCache: a flat folder holding one file per key, named by the key, with
 // no index beside it. A value type naming the folder; every call lists or touches the folder
 // afresh, so copies may run on several threads at once, also against each other.
-class CacheFolder {
+class FRAMELOOM_EXPORT CacheFolder {
 public:
   explicit CacheFolder(std::filesystem::path folder);
 
@@ -51,7 +52,7 @@ private:
 };
 
 // One item of the folder as a trim sees it.
-struct FolderItem {
+struct FRAMELOOM_EXPORT FolderItem {
   std::filesystem::path path;
   // Linux file systems may not record a creation time: the birth time is used where the file
   // system reports one, the modification time otherwise.
@@ -61,6 +62,6 @@ struct FolderItem {
 
 // The items a trim may delete, oldest first: those with both a date and a size, in a stable order
 // (equal dates keep their listing order).
-std::vector<FolderItem> evictionCandidates(std::vector<FolderItem> items);
+FRAMELOOM_EXPORT std::vector<FolderItem> evictionCandidates(std::vector<FolderItem> items);
 
 } // namespace frameloom

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -16,7 +17,7 @@ namespace frameloom {
 // A transfer that did not complete: no connection, a time-out, a refused scheme, too many
 // redirects, a malformed answer, a body over the size limit, ... `code()` is libcurl's result
 // code; the description is libcurl's text for it followed by its detail for this transfer.
-class TransferError : public CacheError {
+class FRAMELOOM_EXPORT TransferError : public CacheError {
 public:
   TransferError(CURLcode code, const std::string& description);
 
@@ -27,7 +28,7 @@ private:
 };
 
 // Bounds of one transfer, so that a dead or hostile server cannot hold a load or memory forever.
-struct TransferLimits {
+struct FRAMELOOM_EXPORT TransferLimits {
   // Time allowed to establish the connection (TLS included).
   std::chrono::milliseconds connectTimeout{std::chrono::seconds(60)};
   // A transfer that receives nothing for this long, headers or body, is abandoned.
@@ -38,7 +39,7 @@ struct TransferLimits {
   std::int64_t maxBodySize = 209'715'200;
 };
 
-struct HttpResponse {
+struct FRAMELOOM_EXPORT HttpResponse {
   long statusCode = 0; // of the last response after redirects; 0 when it was not HTTP
   std::vector<std::uint8_t> body;
 };
@@ -46,7 +47,7 @@ struct HttpResponse {
 // One HTTP GET through libcurl: http and https only (redirects included, at most 10 followed),
 // TLS peers verified. Owns its curl handle. `get` blocks the calling thread until the transfer
 // ends and throws TransferError when it fails; any status is returned, not judged.
-class HttpTransfer {
+class FRAMELOOM_EXPORT HttpTransfer {
 public:
   explicit HttpTransfer(const TransferLimits& limits);
 

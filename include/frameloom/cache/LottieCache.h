@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <variant>
 #include <vector>
@@ -27,7 +28,7 @@ namespace frameloom {
 // Disk and network work runs on the shared executor; a memory hit completes on the caller's
 // executor without touching the file system. Trims and wipes started by the cache run as detached
 // tasks and report nothing. A low-memory signal empties the memory level.
-class LottieCache {
+class FRAMELOOM_EXPORT LottieCache {
 public:
   // Shared immutable bytes: a hit hands out the cached buffer itself, never a copy.
   using Data = std::shared_ptr<const std::vector<std::uint8_t>>;

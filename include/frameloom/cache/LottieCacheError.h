@@ -3,6 +3,7 @@
 #include <frameloom/cache/CacheError.h>
 
 #include <exception>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <string>
 
@@ -15,7 +16,7 @@ using ErrorCause = std::shared_ptr<const std::exception>;
 // The error LottieCache throws. Each case but `invalidData` carries the error that caused it
 // (possibly another LottieCacheError); the description is the case's prefix followed by the
 // cause's own description, so nested errors read from the outside in.
-class LottieCacheError : public CacheError {
+class FRAMELOOM_EXPORT LottieCacheError : public CacheError {
 public:
   enum class Code { networkError, diskWriteError, diskReadError, invalidData };
 
@@ -38,7 +39,7 @@ private:
 
 // An HTTP answer that the cache does not accept: every status but 200, in the error domain
 // "HTTP" with the status as its code (0 when the answer was not an HTTP response).
-class HttpStatusError : public CacheError {
+class FRAMELOOM_EXPORT HttpStatusError : public CacheError {
 public:
   static constexpr const char* domain = "HTTP";
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -17,7 +18,7 @@ namespace frameloom {
 // not kept at all. A hit hands out the shared buffer without copying it.
 //
 // Thread-safe: every call may come from any thread; none blocks beyond a short internal lock.
-class MemoryCache {
+class FRAMELOOM_EXPORT MemoryCache {
 public:
   using Value = std::shared_ptr<const std::vector<std::uint8_t>>;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <frameloom/platform/Export.h>
 #include <stdexcept>
 
 namespace frameloom {
@@ -7,7 +8,7 @@ namespace frameloom {
 // The base of every error the animation-file layer raises itself (DotLottieError,
 // DotLottieFile::DotLottiePlayerError, DotLottieFile::LottieHead::DecodingError), so that one
 // catch takes them all. Errors of Ziploom and the file system pass through as they are.
-class AnimationFileError : public std::runtime_error {
+class FRAMELOOM_EXPORT AnimationFileError : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
 };

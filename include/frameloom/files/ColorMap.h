@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -15,17 +16,17 @@ using ColorComponents = std::vector<double>;
 
 // Three components get an opaque alpha of 1.0; four or more are cut to four; fewer than three
 // are returned unchanged.
-ColorComponents normalizedRGBA(std::span<const double> components);
+FRAMELOOM_EXPORT ColorComponents normalizedRGBA(std::span<const double> components);
 
 // The identity of a source colour: red, green, blue and alpha (1.0 when absent), each rounded to
 // three decimals (halves away from zero) and written in the shortest form that reads back as the
 // same number with at least one digit after the point, joined by ",": "1.0,0.5,0.0,1.0".
 // `normalized` must hold at least three components.
-std::string colorKey(std::span<const double> normalized);
+FRAMELOOM_EXPORT std::string colorKey(std::span<const double> normalized);
 
 // Every component written as by printf's "%.<precision>f", joined by "," ("0.200,0.400").
 // A negative precision writes six decimals, as printf does.
-std::string formatComponents(std::span<const double> components, int precision);
+FRAMELOOM_EXPORT std::string formatComponents(std::span<const double> components, int precision);
 
 // The state one recolouring shares across all its passes: each distinct source colour (by
 // colorKey) takes the next colour of the list, round the list again when it runs out, the first
@@ -33,7 +34,7 @@ std::string formatComponents(std::span<const double> components, int precision);
 // met and how many colour values shared it.
 //
 // Owns a copy of the colour list. One map serves one document on one thread.
-class ColorMap {
+class FRAMELOOM_EXPORT ColorMap {
 public:
   struct Entry {
     ColorComponents source;      // the first value met with its colorKey, normalised

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <frameloom/platform/Export.h>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -25,10 +26,10 @@ namespace frameloom {
 // the array's byte range in that pass's input text and the text put in its place.
 using ColorEditObserver =
     std::function<void(int pass, std::size_t begin, std::size_t end, std::string_view replacement)>;
-std::string rewriteColors(std::string text, ColorMap& map, int precision,
-                          const ColorEditObserver& observer = {});
+FRAMELOOM_EXPORT std::string rewriteColors(std::string text, ColorMap& map, int precision,
+                                           const ColorEditObserver& observer = {});
 
 // The regular expressions of the four passes, in pass order. Group 1 of each is the colour array.
-extern const std::array<const char*, 4> colorPassPatterns;
+FRAMELOOM_EXPORT extern const std::array<const char*, 4> colorPassPatterns;
 
 } // namespace frameloom

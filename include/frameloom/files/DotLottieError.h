@@ -2,6 +2,7 @@
 
 #include <frameloom/files/AnimationFileError.h>
 
+#include <frameloom/platform/Export.h>
 #include <string>
 #include <string_view>
 
@@ -10,7 +11,7 @@ namespace frameloom {
 // A failure that recolouring a .lottie file detects itself, in the error domain "DotLottie": a
 // numbered code and its fixed message. Errors of the archive layer and the file system that it
 // does not replace by one of these pass through unchanged.
-class DotLottieError : public AnimationFileError {
+class FRAMELOOM_EXPORT DotLottieError : public AnimationFileError {
 public:
   enum class Code : int {
     failedToReadArchive = 1,          // "Failed to read archive"
@@ -18,6 +19,7 @@ public:
     failedToReadOriginalArchive = 10, // "Failed to read original .lottie archive"
     failedToCreateNewArchive = 11,    // "Failed to create new archive"
     entryOutsideWorkFolder = 12,      // "Archive entry would leave the work folder: " + path
+    animationJSONTooLarge = 13,       // "Animation JSON larger than 64 MiB: " + path
     animationJSONNotUTF8 = 300,       // "Animation JSON not UTF-8"
     utf8EncodeFailed = 301,           // "UTF-8 encode failed"
   };

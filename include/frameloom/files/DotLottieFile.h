@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <frameloom/platform/Export.h>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -22,7 +23,7 @@ namespace frameloom {
 //
 // Everything here is synchronous on the caller's thread and keeps no shared state, so calls may
 // run on several threads at once.
-class DotLottieFile {
+class FRAMELOOM_EXPORT DotLottieFile {
 public:
   // What the size reader refuses; the code is the case's number.
   class DotLottiePlayerError : public AnimationFileError {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <frameloom/files/AnimationFileError.h>
+#include <frameloom/platform/Export.h>
 
 #include <cstdint>
 #include <span>
@@ -9,10 +10,10 @@
 namespace frameloom {
 
 // The top-level "w" and "h" of an animation JSON; every other key is ignored.
-struct LottieHead {
+struct FRAMELOOM_EXPORT LottieHead {
   // Why a document does not decode: it is not JSON (or not an object at the top), a key is
   // missing, or a key's value is not a number.
-  class DecodingError : public AnimationFileError {
+  class FRAMELOOM_EXPORT DecodingError : public AnimationFileError {
   public:
     enum class Code { notJSON, missingKey, wrongType };
     DecodingError(Code code, std::string message);

@@ -9,6 +9,7 @@
 #include <asio/awaitable.hpp>
 
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <optional>
 
@@ -28,7 +29,7 @@ namespace frameloom {
 // running platform::MainLoop, or the test's thread with a manual link), never concurrently.
 // loadAnimation is awaited on the main loop; it fetches and loads on the shared executor and
 // installs the animation on the main loop. Only loadAnimation throws. Not copyable or movable.
-class LottiePlayer : public std::enable_shared_from_this<LottiePlayer> {
+class FRAMELOOM_EXPORT LottiePlayer : public std::enable_shared_from_this<LottiePlayer> {
   struct Private {};
 
 public:
@@ -57,6 +58,14 @@ public:
   // clock.
   float duration() const { return duration_; }
   void setDuration(float duration) { duration_ = duration; }
+
+  // Additions for hosts. The size frames are rendered at, in pixels (250 x 250 unless set), and
+  // the colours that replace the animation's own (none unless set; see DotLottieActor's
+  // recoloured load). Both apply from the next loadAnimation on.
+  platform::Size renderSize() const { return renderSize_; }
+  void setRenderSize(platform::Size size) { renderSize_ = size; }
+  const std::vector<platform::Color>& colors() const { return colors_; }
+  void setColors(std::vector<platform::Color> colors) { colors_ = std::move(colors); }
 
   // Loads the animation at `url`: "http://" and "https://" URLs through the cache, anything else
   // as a local .lottie file. On success the animation replaces the current one, the clock goes
@@ -109,7 +118,8 @@ private:
   void destroyModel();
 
   static asio::awaitable<PlayerServices::Model>
-  fetchAndLoad(std::shared_ptr<PlayerServices> services, platform::Url url);
+  fetchAndLoad(std::shared_ptr<PlayerServices> services, platform::Url url, platform::Size size,
+               std::vector<platform::Color> colors);
   static asio::awaitable<void> installOnMainLoop(std::weak_ptr<LottiePlayer> player,
                                                  std::shared_ptr<PlayerServices> services,
                                                  PlayerServices::Model model);
@@ -129,6 +139,8 @@ private:
   std::optional<double> lastTimestamp_;
   std::optional<platform::Task<void>> pendingSeekTask_;
   std::int64_t lastSentFrameIndex_ = -1;
+  platform::Size renderSize_{250.0, 250.0};
+  std::vector<platform::Color> colors_;
 
   const std::shared_ptr<PlayerServices> services_;
 };

@@ -2,6 +2,7 @@
 
 #include <frameloom/platform/graphics/Image.h>
 
+#include <frameloom/platform/Export.h>
 #include <memory>
 
 namespace frameloom {
@@ -11,7 +12,7 @@ class LottiePlayer;
 // Receives the frames a LottiePlayer renders. The player holds its delegate weakly, so the host
 // keeps it alive. Always called on the main thread (the thread running platform::MainLoop); the
 // delegate may call any player operation from inside the call, including dropping the player.
-class LottiePlayerDelegate {
+class FRAMELOOM_EXPORT LottiePlayerDelegate {
 public:
   virtual ~LottiePlayerDelegate() = default;
 

@@ -4,6 +4,7 @@
 #include <frameloom/renderer/AnimationConfig.h>
 
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <optional>
 #include <span>
@@ -20,7 +21,7 @@ namespace frameloom::renderer {
 // Not thread-safe: one thread at a time (the animation actor's executor). Creation never fails:
 // bytes without a usable animation give an object whose duration() and totalFrames() are 0 and
 // whose tick() gives no image. No member throws except on memory exhaustion.
-class DotLottieAnimation {
+class FRAMELOOM_EXPORT DotLottieAnimation {
 public:
   // The width and height of the configuration, when both are given, set the first size.
   DotLottieAnimation(std::span<const std::uint8_t> dotLottieData, AnimationConfig config);

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <frameloom/platform/ZiploomExport.h>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -30,7 +31,7 @@ namespace frameloom::ziploom {
 // Not thread-safe: every operation seeks the shared stream, so use an archive from one thread
 // at a time. Throws ArchiveError, DataError, MemoryFileError, FileError, the errors of
 // ziploom::decompress and std::filesystem::filesystem_error for failing system calls.
-class Archive {
+class FRAMELOOM_ZIPLOOM_EXPORT Archive {
 public:
   using AccessMode = ziploom::AccessMode;
   using EndOfCentralDirectoryRecord = ziploom::EndOfCentralDirectoryRecord;
@@ -107,13 +108,27 @@ public:
   std::uint64_t resolvedCentralDirectoryOffset() const;
   std::uint64_t resolvedCentralDirectorySize() const;
 
+  // Whether enumeration stops before it has seen as many entries as the end record promises:
+  // a damaged central record, a missing local header or an encrypted entry ends it early.
+  bool endsEarly() const;
+  // Throws ArchiveError::invalidLocalHeaderDataOffset when the local header and data of two
+  // entries overlap (or run past 64 bits). Such an archive could unpack the same few bytes again
+  // and again; nothing the library writes looks like that.
+  void checkDataRangesDisjoint() const;
+  // The most bytes an extraction of every entry can produce: the declared uncompressed sizes of
+  // files and the lengths of link targets. Extraction never yields more than declared.
+  std::uint64_t declaredExtractionSize() const;
+
   // Units of progress for reading the entry: 1 for a directory, else its uncompressed size.
   static std::int64_t totalUnitCountForReading(const Entry& entry);
 
   // Streams the entry's data to `consumer` in chunks of at most `bufferSize` bytes and returns
   // the CRC-32 of what was produced (0 when `skipCRC32`, except for links, whose target is
   // always checked). Does not compare it with entry.checksum(). Cancelling `progress` stops
-  // the extraction with ArchiveError::cancelledOperation before the next chunk.
+  // the extraction with ArchiveError::cancelledOperation before the next chunk. Data that
+  // inflates past the size the central record declares is refused with
+  // CompressionError::corruptedData at the first byte beyond it; a link target longer than
+  // maximumSymlinkTargetLength with ArchiveError::invalidEntryPath.
   std::uint32_t extract(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
                         const ProgressPointer& progress, const Consumer& consumer);
   std::uint32_t extract(const Entry& entry, const Consumer& consumer);

@@ -4,6 +4,7 @@
 #include <frameloom/ziploom/Errors.h>
 
 #include <cstdint>
+#include <frameloom/platform/ZiploomExport.h>
 #include <optional>
 
 namespace frameloom::ziploom {
@@ -12,10 +13,10 @@ namespace frameloom::ziploom {
 enum class CompressionMethod : std::uint16_t { none = 0, deflate = 8 };
 
 // The method for a raw ZIP method number, or nothing for a method this library does not handle.
-std::optional<CompressionMethod> makeCompressionMethod(std::uint16_t raw);
+FRAMELOOM_ZIPLOOM_EXPORT std::optional<CompressionMethod> makeCompressionMethod(std::uint16_t raw);
 
 // The ZIP CRC-32 of `bytes`, continued from `checksum` (0 starts a new checksum). Any length.
-std::uint32_t crc32(ByteView bytes, std::uint32_t checksum = 0);
+FRAMELOOM_ZIPLOOM_EXPORT std::uint32_t crc32(ByteView bytes, std::uint32_t checksum = 0);
 
 // Raw-deflates `size` source bytes pulled through `provider` in chunks of at most `bufferSize`
 // bytes, handing the compressed output to `consumer` in views of an internal buffer of
@@ -23,15 +24,16 @@ std::uint32_t crc32(ByteView bytes, std::uint32_t checksum = 0);
 // one, so a source that is an exact multiple of `bufferSize` ends with an extra empty chunk.
 // Returns the CRC-32 of the source bytes. Memory stays bounded by one chunk and one output buffer.
 // Runs on the caller's thread; throws CompressionError, or whatever provider and consumer throw.
-std::uint32_t compress(std::int64_t size, std::int64_t bufferSize, const Provider& provider,
-                       const Consumer& consumer);
+FRAMELOOM_ZIPLOOM_EXPORT std::uint32_t compress(std::int64_t size, std::int64_t bufferSize,
+                                                const Provider& provider, const Consumer& consumer);
 
 // Inflates a raw deflate stream of at most `size` compressed bytes pulled through `provider`,
 // handing the output to `consumer` in views of at most `bufferSize` bytes, cut from an internal
 // buffer of at least 64 KiB (fewer, larger inflate steps). Stops at the end of the deflate stream
 // even when more input is available. Returns the CRC-32 of the output, or 0 when `skipCRC32` is
 // set. A truncated stream ends in CompressionError (corruptedData) after the output it yielded.
-std::uint32_t decompress(std::int64_t size, std::int64_t bufferSize, bool skipCRC32,
-                         const Provider& provider, const Consumer& consumer);
+FRAMELOOM_ZIPLOOM_EXPORT std::uint32_t decompress(std::int64_t size, std::int64_t bufferSize,
+                                                  bool skipCRC32, const Provider& provider,
+                                                  const Consumer& consumer);
 
 } // namespace frameloom::ziploom

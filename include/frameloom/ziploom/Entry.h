@@ -5,13 +5,14 @@
 
 #include <chrono>
 #include <cstdint>
+#include <frameloom/platform/ZiploomExport.h>
 #include <optional>
 #include <string>
 
 namespace frameloom::ziploom {
 
 // The attributes an extracted item receives: POSIX permission bits and modification date.
-struct FileAttributes {
+struct FRAMELOOM_ZIPLOOM_EXPORT FileAttributes {
   std::uint16_t posixPermissions = 0;
   std::chrono::system_clock::time_point modificationDate;
 };
@@ -20,7 +21,7 @@ struct FileAttributes {
 // member's records from which its type, path, sizes, checksum and attributes are derived on each
 // access. Entries are not updated when the archive changes. Nothing here throws except
 // path decoding when the C library offers no code page 437 conversion.
-struct Entry {
+struct FRAMELOOM_ZIPLOOM_EXPORT Entry {
   using LocalFileHeader = ziploom::LocalFileHeader;
   using CentralDirectoryStructure = ziploom::CentralDirectoryStructure;
   using DefaultDataDescriptor = DataDescriptor<std::uint32_t>;

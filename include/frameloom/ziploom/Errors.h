@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <frameloom/platform/ZiploomExport.h>
 #include <stdexcept>
 #include <string>
 
@@ -11,13 +12,13 @@
 namespace frameloom::ziploom {
 
 // The base of every Ziploom error.
-class ZiploomError : public std::runtime_error {
+class FRAMELOOM_ZIPLOOM_EXPORT ZiploomError : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
 };
 
 // What an archive operation refuses or cannot do.
-class ArchiveError : public ZiploomError {
+class FRAMELOOM_ZIPLOOM_EXPORT ArchiveError : public ZiploomError {
 public:
   enum class Code {
     unreadableArchive,
@@ -53,7 +54,7 @@ private:
 };
 
 // Reading from or writing to a stream failed.
-class DataError : public ZiploomError {
+class FRAMELOOM_ZIPLOOM_EXPORT DataError : public ZiploomError {
 public:
   enum class Code { unreadableFile, unwritableFile };
   explicit DataError(Code code);
@@ -64,7 +65,7 @@ private:
 };
 
 // The C library could not present an in-memory archive as a stream.
-class MemoryFileError : public ZiploomError {
+class FRAMELOOM_ZIPLOOM_EXPORT MemoryFileError : public ZiploomError {
 public:
   enum class Code { invalidMemoryFile };
   explicit MemoryFileError(Code code = Code::invalidMemoryFile);
@@ -75,7 +76,7 @@ private:
 };
 
 // A file attribute needed for a symbolic link is missing.
-class EntryError : public ZiploomError {
+class FRAMELOOM_ZIPLOOM_EXPORT EntryError : public ZiploomError {
 public:
   enum class Code { missingPermissionsAttributeError, missingModificationDateAttributeError };
   explicit EntryError(Code code);
@@ -86,7 +87,7 @@ private:
 };
 
 // A file-system condition detected before any system call fails, with the path involved.
-class FileError : public ZiploomError {
+class FRAMELOOM_ZIPLOOM_EXPORT FileError : public ZiploomError {
 public:
   enum class Code {
     fileReadNoSuchFile,
@@ -94,6 +95,7 @@ public:
     fileReadNoPermission,
     fileReadTooLarge,
     fileReadInvalidFileName,
+    fileReadNotRegularFile,
   };
   FileError(Code code, std::filesystem::path path);
   Code code() const noexcept { return code_; }
@@ -106,7 +108,7 @@ private:
 
 // Raised by compress and decompress when the deflate stream cannot be set up (invalidStream) or
 // when processing reports an error, such as corrupt or truncated compressed data (corruptedData).
-class CompressionError : public ZiploomError {
+class FRAMELOOM_ZIPLOOM_EXPORT CompressionError : public ZiploomError {
 public:
   enum class Code { invalidStream, corruptedData };
 
@@ -118,6 +120,7 @@ private:
 };
 
 // Throws std::filesystem::filesystem_error for the error number and path.
-[[noreturn]] void throwPOSIXError(int errorNumber, const std::filesystem::path& path);
+[[noreturn]] FRAMELOOM_ZIPLOOM_EXPORT void throwPOSIXError(int errorNumber,
+                                                           const std::filesystem::path& path);
 
 } // namespace frameloom::ziploom

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <frameloom/platform/ZiploomExport.h>
 #include <memory>
 #include <span>
 
@@ -13,7 +14,7 @@ namespace frameloom::ziploom {
 // A growable byte buffer with a current position, presented to the archive code as a stdio
 // stream so that every archive operation works unchanged in memory. Each open stream holds a
 // reference to the file until it is closed. Not thread-safe: one archive, one thread.
-class MemoryFile : public std::enable_shared_from_this<MemoryFile> {
+class FRAMELOOM_ZIPLOOM_EXPORT MemoryFile : public std::enable_shared_from_this<MemoryFile> {
 public:
   static std::shared_ptr<MemoryFile> make(Bytes data = {});
   explicit MemoryFile(Bytes data);

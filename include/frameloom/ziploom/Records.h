@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <frameloom/platform/ZiploomExport.h>
 #include <functional>
 #include <optional>
 #include <span>
@@ -26,7 +27,7 @@ inline constexpr std::uint32_t zip64Marker32 = 0xFFFFFFFF;
 inline constexpr std::uint16_t zip64Marker16 = 0xFFFF;
 
 // The ZIP64 extended-information extra-field block (header ID 0x0001). Absent values are 0.
-struct ZIP64ExtendedInformation {
+struct FRAMELOOM_ZIPLOOM_EXPORT ZIP64ExtendedInformation {
   enum class Field {
     uncompressedSize,
     compressedSize,
@@ -50,16 +51,16 @@ struct ZIP64ExtendedInformation {
 };
 
 // The ZIP64 block among the extra-field blocks, when it is well-formed and holds exactly `fields`.
-std::optional<ZIP64ExtendedInformation>
+FRAMELOOM_ZIPLOOM_EXPORT std::optional<ZIP64ExtendedInformation>
 findZIP64Extra(ByteView extraFieldData, std::span<const ZIP64ExtendedInformation::Field> fields);
 
-struct GeneralPurposeFlags {
+struct FRAMELOOM_ZIPLOOM_EXPORT GeneralPurposeFlags {
   static constexpr std::uint16_t encrypted = 0x0001;
   static constexpr std::uint16_t dataDescriptor = 0x0008;
   static constexpr std::uint16_t utf8Path = 0x0800;
 };
 
-struct LocalFileHeader {
+struct FRAMELOOM_ZIPLOOM_EXPORT LocalFileHeader {
   static constexpr std::uint32_t signature = 0x04034b50;
   static constexpr std::size_t size = 30;
 
@@ -85,7 +86,7 @@ struct LocalFileHeader {
   Bytes data() const;
 };
 
-struct CentralDirectoryStructure {
+struct FRAMELOOM_ZIPLOOM_EXPORT CentralDirectoryStructure {
   static constexpr std::uint32_t signature = 0x02014b50;
   static constexpr std::size_t size = 46;
 
@@ -147,10 +148,10 @@ struct DataDescriptor {
   static std::optional<DataDescriptor> parse(ByteView fixedPart, const AdditionalDataProvider&);
 };
 
-extern template struct DataDescriptor<std::uint32_t>;
-extern template struct DataDescriptor<std::uint64_t>;
+extern template struct FRAMELOOM_ZIPLOOM_EXPORT DataDescriptor<std::uint32_t>;
+extern template struct FRAMELOOM_ZIPLOOM_EXPORT DataDescriptor<std::uint64_t>;
 
-struct EndOfCentralDirectoryRecord {
+struct FRAMELOOM_ZIPLOOM_EXPORT EndOfCentralDirectoryRecord {
   static constexpr std::uint32_t signature = 0x06054b50;
   static constexpr std::size_t size = 22;
 
@@ -169,7 +170,7 @@ struct EndOfCentralDirectoryRecord {
   Bytes data() const;
 };
 
-struct ZIP64EndOfCentralDirectoryRecord {
+struct FRAMELOOM_ZIPLOOM_EXPORT ZIP64EndOfCentralDirectoryRecord {
   static constexpr std::uint32_t signature = 0x06064b50;
   static constexpr std::size_t size = 56;
 
@@ -191,7 +192,7 @@ struct ZIP64EndOfCentralDirectoryRecord {
   Bytes data() const;
 };
 
-struct ZIP64EndOfCentralDirectoryLocator {
+struct FRAMELOOM_ZIPLOOM_EXPORT ZIP64EndOfCentralDirectoryLocator {
   static constexpr std::uint32_t signature = 0x07064b50;
   static constexpr std::size_t size = 20;
 
@@ -206,7 +207,7 @@ struct ZIP64EndOfCentralDirectoryLocator {
 };
 
 // The ZIP64 end record with its locator; an archive has both or neither.
-struct ZIP64EndOfCentralDirectory {
+struct FRAMELOOM_ZIPLOOM_EXPORT ZIP64EndOfCentralDirectory {
   ZIP64EndOfCentralDirectoryRecord record;
   ZIP64EndOfCentralDirectoryLocator locator;
 };

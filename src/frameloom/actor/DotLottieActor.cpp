@@ -3,12 +3,17 @@
 #include <frameloom/files/DotLottieFile.h>
 #include <frameloom/platform/graphics/TraitCollection.h>
 #include <frameloom/platform/runtime/Cancellation.h>
+#include <frameloom/platform/system/Log.h>
 #include <frameloom/platform/system/UniqueFile.h>
+#include <frameloom/renderer/Limits.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <limits>
 
 namespace frameloom {
@@ -19,15 +24,31 @@ using renderer::AnimationConfig;
 
 namespace {
 
-// The file's bytes, or none when it cannot be opened or read (a folder, say).
+// The file's bytes, or none when it cannot be opened or read, is not a regular file (a FIFO
+// would block, a device never end) or holds more than the renderer will take. The size is
+// checked before reading and again while reading, since the file may grow meanwhile.
 std::optional<platform::Bytes> readWholeFile(const std::filesystem::path& path) {
-  const platform::UniqueFile file(std::fopen(path.c_str(), "rb"));
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) {
+    return std::nullopt;
+  }
+  const platform::UniqueFile file(::fdopen(descriptor, "rb"));
   if (!file) {
+    ::close(descriptor);
+    return std::nullopt;
+  }
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
+      static_cast<std::uint64_t>(status.st_size) > renderer::maximumAnimationFileSize) {
     return std::nullopt;
   }
   platform::Bytes data;
+  data.reserve(static_cast<std::size_t>(status.st_size));
   std::uint8_t chunk[65536];
   while (const std::size_t count = std::fread(chunk, 1, sizeof chunk, file.get())) {
+    if (data.size() + count > renderer::maximumAnimationFileSize) {
+      return std::nullopt;
+    }
     data.insert(data.end(), chunk, chunk + count);
   }
   if (std::ferror(file.get())) {
@@ -151,7 +172,7 @@ DotLottieActor::loadFile(const Url& url, std::optional<Size> size,
                                        : renderer::AnimationRule::renderer);
     }
   }
-  std::cout << "Failed to load .lottie data from " + fileToLoad.description() + "\n" << std::flush;
+  platform::logLine("Failed to load .lottie data from " + fileToLoad.description());
   return nullptr;
 }
 

@@ -1,5 +1,7 @@
 #include "frameloom/cache/CacheFolder.h"
 
+#include <frameloom/platform/system/Log.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -189,7 +191,7 @@ void CacheFolder::trim(std::int64_t target) const {
         error = std::make_error_code(std::errc::no_such_file_or_directory);
       }
       const fs::filesystem_error failure("cannot remove", candidate.path, error);
-      std::printf("Failed to remove cache file: %s\n", failure.what());
+      platform::logLine(std::string("Failed to remove cache file: ") + failure.what());
     }
   }
 }

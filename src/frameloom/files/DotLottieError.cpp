@@ -1,5 +1,7 @@
 #include <frameloom/files/DotLottieError.h>
 
+#include <frameloom/renderer/Limits.h>
+
 namespace frameloom {
 namespace {
 
@@ -15,6 +17,9 @@ std::string messageFor(DotLottieError::Code code) {
     return "Failed to create new archive";
   case DotLottieError::Code::entryOutsideWorkFolder:
     return "Archive entry would leave the work folder";
+  case DotLottieError::Code::animationJSONTooLarge:
+    return "Animation JSON larger than " +
+           std::to_string(renderer::maximumAnimationDocumentSize >> 20) + " MiB";
   case DotLottieError::Code::animationJSONNotUTF8:
     return "Animation JSON not UTF-8";
   case DotLottieError::Code::utf8EncodeFailed:

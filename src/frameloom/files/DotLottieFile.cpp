@@ -2,7 +2,9 @@
 
 #include "frameloom/files/DotLottieRecoloring.h"
 #include <frameloom/files/ColorReplacement.h>
+#include <frameloom/files/DotLottieError.h>
 #include <frameloom/renderer/AnimationChoice.h>
+#include <frameloom/renderer/Limits.h>
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Text.h>
 
@@ -52,9 +54,14 @@ platform::Size DotLottieFile::readAnimationSize(const std::filesystem::path& url
       continue;
     }
     platform::Bytes json;
-    archive.extract(
-        entry, ziploom::defaultReadChunkSize, false, nullptr,
-        [&json](platform::ByteView chunk) { json.insert(json.end(), chunk.begin(), chunk.end()); });
+    archive.extract(entry, ziploom::defaultReadChunkSize, false, nullptr,
+                    [&json, &entry](platform::ByteView chunk) {
+                      if (json.size() + chunk.size() > renderer::maximumAnimationDocumentSize) {
+                        throw DotLottieError(DotLottieError::Code::animationJSONTooLarge,
+                                             entry.path());
+                      }
+                      json.insert(json.end(), chunk.begin(), chunk.end());
+                    });
     const LottieHead head = LottieHead::decode(json);
     // The decoder also reads UTF-16 and UTF-32; only UTF-8 is an acceptable animation.
     if (!ziploom::isValidUTF8(json)) {

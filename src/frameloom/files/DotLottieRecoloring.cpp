@@ -5,10 +5,13 @@
 #include <frameloom/platform/system/UniqueFile.h>
 #include <frameloom/platform/system/Uuid.h>
 #include <frameloom/renderer/AnimationChoice.h>
+#include <frameloom/renderer/Limits.h>
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Errors.h>
 #include <frameloom/ziploom/FileSystem.h>
 #include <frameloom/ziploom/Text.h>
+
+#include "frameloom/files/CopyRegistry.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -17,6 +20,8 @@
 #include <memory>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 namespace frameloom {
 namespace {
@@ -24,6 +29,34 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint64_t maximumSizeHint = 64 * 1024 * 1024;
+
+// Recolouring unpacks the whole archive into the temporary folder. A real .lottie unpacks to a
+// few megabytes; an archive that declares more than this is refused before anything is written
+// (and no entry yields more than it declares).
+constexpr std::uint64_t maximumUnpackedArchiveSize = std::uint64_t{1} << 30;
+
+// Removes what a recolouring wrote unless it completes: a failed or interrupted run leaves
+// neither its work folder nor a partial archive behind.
+class RemovedUnlessKept {
+public:
+  explicit RemovedUnlessKept(std::vector<fs::path> paths) : paths_(std::move(paths)) {}
+  RemovedUnlessKept(const RemovedUnlessKept&) = delete;
+  RemovedUnlessKept& operator=(const RemovedUnlessKept&) = delete;
+  ~RemovedUnlessKept() {
+    if (kept_) {
+      return;
+    }
+    for (const fs::path& path : paths_) {
+      std::error_code ignored;
+      fs::remove_all(path, ignored);
+    }
+  }
+  void keep() { kept_ = true; }
+
+private:
+  std::vector<fs::path> paths_;
+  bool kept_ = false;
+};
 
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
@@ -106,9 +139,13 @@ AnimationJSON readAnimationJSON(const fs::path& url) {
     // The declared size is only a hint: a hostile archive may claim anything.
     data.reserve(static_cast<std::size_t>(
         std::min<std::uint64_t>(entry.uncompressedSize(), maximumSizeHint)));
-    archive->extract(
-        entry, ziploom::defaultReadChunkSize, false, nullptr,
-        [&data](platform::ByteView chunk) { data.append(chunk.begin(), chunk.end()); });
+    archive->extract(entry, ziploom::defaultReadChunkSize, false, nullptr,
+                     [&data, &path](platform::ByteView chunk) {
+                       if (data.size() + chunk.size() > renderer::maximumAnimationDocumentSize) {
+                         throw DotLottieError(DotLottieError::Code::animationJSONTooLarge, path);
+                       }
+                       data.append(chunk.begin(), chunk.end());
+                     });
     return AnimationJSON{std::move(data), std::move(path)};
   }
   throw DotLottieError(DotLottieError::Code::noAnimationJSON);
@@ -129,6 +166,15 @@ fs::path rebuildArchive(const fs::path& url, const std::string& jsonPath,
       throw DotLottieError(DotLottieError::Code::entryOutsideWorkFolder, entry.path());
     }
   }
+  source->checkDataRangesDisjoint();
+  if (source->declaredExtractionSize() > maximumUnpackedArchiveSize) {
+    throw ziploom::FileError(ziploom::FileError::Code::fileReadTooLarge, url);
+  }
+  const fs::path output = platform::temporaryDirectory() /
+                          ("modified_" + platform::Uuid::random().uuidString() + ".lottie");
+  RemovedUnlessKept written({work, output});
+  detail::rememberRecoloredCopy(work);
+  detail::rememberRecoloredCopy(output);
   fs::create_directories(work);
   const fs::path jsonDestination = destinationOf(work, jsonPath);
   bool jsonSkipped = false;
@@ -149,8 +195,6 @@ fs::path rebuildArchive(const fs::path& url, const std::string& jsonPath,
   fs::create_directories(jsonDestination.parent_path());
   writeAtomically(jsonDestination, jsonData);
 
-  const fs::path output = platform::temporaryDirectory() /
-                          ("modified_" + platform::Uuid::random().uuidString() + ".lottie");
   std::unique_ptr<ziploom::Archive> archive =
       ziploom::Archive::make(output, ziploom::AccessMode::create);
   if (!archive) {
@@ -159,15 +203,18 @@ fs::path rebuildArchive(const fs::path& url, const std::string& jsonPath,
   std::error_code error;
   fs::recursive_directory_iterator items(work, error);
   if (error) {
+    written.keep();
     return output;
   }
   const std::string prefix = work.string() + "/";
+  std::vector<ziploom::Archive::FileItem> additions;
   for (const fs::directory_entry& item : items) {
     const std::string relative = removingAll(item.path().string(), prefix);
-    archive->addEntry(relative,
-                      ziploom::Archive::FileURL{ziploom::appendingPathComponent(work, relative)},
-                      ziploom::CompressionMethod::none, ziploom::defaultWriteChunkSize, nullptr);
+    additions.push_back({relative, ziploom::appendingPathComponent(work, relative), nullptr});
   }
+  // One central directory for all of them: adding one at a time rewrites it every time.
+  archive->addEntries(additions, ziploom::CompressionMethod::none, ziploom::defaultWriteChunkSize);
+  written.keep();
   return output;
 }
 

@@ -3,10 +3,10 @@
 #include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/platform/runtime/SharedExecutor.h>
+#include <frameloom/platform/system/Log.h>
 
 #include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -14,13 +14,8 @@
 namespace frameloom {
 namespace {
 
-constexpr platform::Size loadSize{250.0, 250.0};
 constexpr float lowestFrameRate = 5.0f;
 constexpr float smallestDuration = 0.0001f;
-
-void log(std::string_view line) {
-  std::cout << line << std::endl;
-}
 
 // The shortest text that reads back as `value`, whole numbers with one decimal ("2.0", "0.2").
 std::string describe(float value) {
@@ -67,7 +62,7 @@ LottiePlayer::LottiePlayer(Private, float frameRate, std::shared_ptr<PlayerServi
 // released as it is and finds the player gone.
 LottiePlayer::~LottiePlayer() {
   destroyModel();
-  log("LottiePlayer did deint successfully");
+  platform::logLine("LottiePlayer did deint successfully");
 }
 
 void LottiePlayer::setupDisplayLink(platform::DisplayLink::Clock clock) {
@@ -84,7 +79,8 @@ void LottiePlayer::setupDisplayLink(platform::DisplayLink::Clock clock) {
 asio::awaitable<void> LottiePlayer::loadAnimation(platform::Url url) {
   std::weak_ptr<LottiePlayer> player = weak_from_this();
   auto services = services_;
-  auto model = co_await platform::runOn(platform::sharedExecutor(), fetchAndLoad(services, url));
+  auto model = co_await platform::runOn(platform::sharedExecutor(),
+                                        fetchAndLoad(services, url, renderSize_, colors_));
   if (model) {
     co_await platform::runOn(platform::MainLoop::shared().executor(),
                              installOnMainLoop(player, services, std::move(model)));
@@ -92,12 +88,16 @@ asio::awaitable<void> LottiePlayer::loadAnimation(platform::Url url) {
 }
 
 asio::awaitable<PlayerServices::Model>
-LottiePlayer::fetchAndLoad(std::shared_ptr<PlayerServices> services, platform::Url url) {
+LottiePlayer::fetchAndLoad(std::shared_ptr<PlayerServices> services, platform::Url url,
+                           platform::Size size, std::vector<platform::Color> colors) {
+  if (!colors.empty()) {
+    co_return co_await services->loadRecolored(std::move(url), size, std::move(colors));
+  }
   if (url.isHttp()) {
     auto bytes = co_await services->loadLottie(url);
-    co_return co_await services->load(std::move(bytes), loadSize);
+    co_return co_await services->load(std::move(bytes), size);
   }
-  co_return co_await services->load(std::move(url), loadSize);
+  co_return co_await services->load(std::move(url), size);
 }
 
 asio::awaitable<void> LottiePlayer::installOnMainLoop(std::weak_ptr<LottiePlayer> player,
@@ -117,20 +117,20 @@ void LottiePlayer::install(PlayerServices::Model model) {
   duration_ = lottieModel_->duration();
   totalFrames_ = lottieModel_->totalFrames();
   currentTime_ = 0;
-  log("LottiePlayer: Loaded animation with " + describe(totalFrames_) +
-      " frames, duration: " + describe(duration_) + "s");
+  platform::logLine("LottiePlayer: Loaded animation with " + describe(totalFrames_) +
+                    " frames, duration: " + describe(duration_) + "s");
 }
 
 void LottiePlayer::play() {
   if (!lottieModel_) {
-    log("LottiePlayer: No animation loaded");
+    platform::logLine("LottiePlayer: No animation loaded");
     return;
   }
   lastTimestamp_.reset();
   lastSentFrameIndex_ = -1;
   isPlaying_ = true;
   displayLink_->setPaused(false);
-  log("LottiePlayer: Started playing");
+  platform::logLine("LottiePlayer: Started playing");
 }
 
 void LottiePlayer::play(float fromTime) {
@@ -148,21 +148,21 @@ void LottiePlayer::play(float fromTime) {
   displayLink_->setPaused(false);
   requestFrame(currentTime_ * (totalFrames_ / std::max(duration_, smallestDuration)),
                Delivery::time);
-  log("LottiePlayer: Playing from time " + describe(clamped) + "s");
+  platform::logLine("LottiePlayer: Playing from time " + describe(clamped) + "s");
 }
 
 void LottiePlayer::pause() {
   isPlaying_ = false;
   cancelPendingRequest();
   displayLink_->setPaused(true);
-  log("LottiePlayer: Paused");
+  platform::logLine("LottiePlayer: Paused");
 }
 
 void LottiePlayer::resume() {
   lastTimestamp_.reset();
   isPlaying_ = true;
   displayLink_->setPaused(false);
-  log("LottiePlayer: Resumed");
+  platform::logLine("LottiePlayer: Resumed");
 }
 
 void LottiePlayer::stop() {
@@ -176,7 +176,7 @@ void LottiePlayer::stop() {
   displayLink_->setPaused(true);
   displayLink_->invalidate();
   destroyModel();
-  log("LottiePlayer: Stopped");
+  platform::logLine("LottiePlayer: Stopped");
 }
 
 float LottiePlayer::currentFrame() const {

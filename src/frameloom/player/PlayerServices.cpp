@@ -29,6 +29,19 @@ public:
 
 } // namespace
 
+asio::awaitable<PlayerServices::Model>
+PlayerServices::loadRecolored(platform::Url from, std::optional<platform::Size> size,
+                              std::vector<platform::Color> colors) {
+  const std::string& text = from.absoluteString();
+  if (text.starts_with("http://") || text.starts_with("https://")) {
+    // Recolouring works on a file: the cache's copy of the download.
+    auto& cache = LottieCache::shared();
+    co_await cache.loadLottie(from);
+    from = platform::Url::fromFilePath(cache.cacheFile(from));
+  }
+  co_return co_await DotLottieActor::load(std::move(from), size, std::move(colors));
+}
+
 std::shared_ptr<PlayerServices> PlayerServices::shared() {
   static const std::shared_ptr<PlayerServices> services = std::make_shared<SharedServices>();
   return services;

@@ -48,13 +48,16 @@ void Progress::cancel() {
   if (cancelled_.exchange(true, std::memory_order_acq_rel)) {
     return;
   }
-  std::vector<Child> children;
+  std::vector<std::shared_ptr<Progress>> children;
   {
     std::lock_guard lock(mutex_);
-    children = children_;
+    children.reserve(children_.size());
+    for (const auto& [key, child] : children_) {
+      children.push_back(child.progress);
+    }
   }
   for (const auto& child : children) {
-    child.progress->cancel();
+    child->cancel();
   }
   changed();
 }
@@ -62,7 +65,7 @@ void Progress::cancel() {
 void Progress::addChild(const std::shared_ptr<Progress>& child, std::int64_t pendingUnitCount) {
   {
     std::lock_guard lock(mutex_);
-    children_.push_back({child, pendingUnitCount});
+    children_.insert_or_assign(child.get(), Child{child, pendingUnitCount});
   }
   {
     std::lock_guard lock(child->mutex_);
@@ -75,23 +78,12 @@ void Progress::addChild(const std::shared_ptr<Progress>& child, std::int64_t pen
 }
 
 double Progress::fractionCompleted() const {
-  std::vector<Child> children;
-  std::int64_t total = 0;
-  std::int64_t completed = 0;
-  {
-    std::lock_guard lock(mutex_);
-    children = children_;
-    total = total_;
-    completed = completed_;
-  }
-  if (total <= 0) {
+  std::lock_guard lock(mutex_);
+  if (total_ <= 0) {
     return 0.0;
   }
-  double units = static_cast<double>(completed);
-  for (const auto& child : children) {
-    units += child.progress->fractionCompleted() * static_cast<double>(child.pendingUnitCount);
-  }
-  return std::clamp(units / static_cast<double>(total), 0.0, 1.0);
+  const double units = static_cast<double>(completed_) + childUnits_;
+  return std::clamp(units / static_cast<double>(total_), 0.0, 1.0);
 }
 
 bool Progress::isFinished() const {
@@ -120,15 +112,26 @@ void Progress::changed() {
   }
 }
 
-// A finished child hands its pending units to this record's completed count and is detached.
+// A finished child hands its pending units to this record's completed count and is detached;
+// an unfinished one updates the share it contributes. Both take constant time, so a record with
+// many children stays cheap to update and to read.
 void Progress::childChanged(const Progress* child) {
-  if (child->isFinished()) {
+  const bool finished = child->isFinished();
+  const double fraction = finished ? 1.0 : child->fractionCompleted();
+  {
     std::lock_guard lock(mutex_);
-    auto it = std::find_if(children_.begin(), children_.end(),
-                           [child](const Child& c) { return c.progress.get() == child; });
-    if (it != children_.end()) {
-      completed_ += it->pendingUnitCount;
-      children_.erase(it);
+    const auto found = children_.find(child);
+    if (found != children_.end()) {
+      Child& entry = found->second;
+      childUnits_ -= entry.completedUnits;
+      if (finished) {
+        completed_ += entry.pendingUnitCount;
+        children_.erase(found);
+      } else {
+        entry.completedUnits = fraction * static_cast<double>(entry.pendingUnitCount);
+        childUnits_ += entry.completedUnits;
+      }
+      childUnits_ = std::max(childUnits_, 0.0);
     }
   }
   changed();

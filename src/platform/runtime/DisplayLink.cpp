@@ -105,6 +105,7 @@ void DisplayLink::scheduleNext() {
   auto elapsed = std::chrono::steady_clock::now() - origin_;
   auto next = origin_ + (elapsed / step + 1) * step;
   timer_.expires_at(next);
+  MainLoop::shared().wakeAt(next);
   timer_.async_wait(
       [weak = weak_from_this(), generation = generation_, next](const std::error_code& error) {
         auto self = weak.lock();

@@ -2,7 +2,13 @@
 
 #include <asio/executor_work_guard.hpp>
 
+#include <sys/timerfd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
 
 namespace frameloom::platform {
 
@@ -11,6 +17,8 @@ MainLoop& MainLoop::shared() {
   static MainLoop* const loop = new MainLoop;
   return *loop;
 }
+
+MainLoop::MainLoop() = default;
 
 MainLoop::RunningScope::RunningScope(MainLoop& loop) : loop_(loop) {
   if (loop_.running_.exchange(true, std::memory_order_acq_rel)) {
@@ -34,6 +42,80 @@ void MainLoop::runFor(std::chrono::steady_clock::duration duration) {
 
 void MainLoop::stop() {
   context_.stop();
+}
+
+std::size_t MainLoop::poll() {
+  RunningScope running(*this);
+  const int fd = fileDescriptor();
+  std::uint64_t expirations = 0;
+  // Non-blocking: fails with EAGAIN when the timer has not expired, which is fine.
+  [[maybe_unused]] auto drained = ::read(fd, &expirations, sizeof expirations);
+  const auto started = std::chrono::steady_clock::now();
+  {
+    std::lock_guard lock(wakeMutex_);
+    std::erase_if(wakeTimes_, [started](auto time) { return time <= started; });
+    armTimer(std::nullopt);
+  }
+  runs_.fetch_add(1);
+  context_.restart();
+  return context_.poll();
+}
+
+int MainLoop::fileDescriptor() {
+  std::lock_guard lock(wakeMutex_);
+  if (wakeFd_ < 0) {
+    // CLOCK_MONOTONIC is the clock of std::chrono::steady_clock on Linux.
+    const int fd = ::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (fd < 0) {
+      throw std::system_error(errno, std::generic_category(), "timerfd_create");
+    }
+    wakeFd_ = fd;
+    // Work queued before the host started watching is ready now.
+    armTimer(std::chrono::steady_clock::now());
+  }
+  return wakeFd_;
+}
+
+void MainLoop::wakeAt(std::chrono::steady_clock::time_point time) {
+  // Remembered even before a host asks for the descriptor, so that a timer started earlier
+  // still wakes it; past times are dropped, which keeps one entry per pending timer.
+  const auto now = std::chrono::steady_clock::now();
+  std::lock_guard lock(wakeMutex_);
+  std::erase_if(wakeTimes_, [now](auto pending) { return pending <= now; });
+  wakeTimes_.push_back(time);
+  armTimer(std::nullopt);
+}
+
+void MainLoop::wakeNow() {
+  if (wakeFd_ < 0) {
+    return;
+  }
+  std::lock_guard lock(wakeMutex_);
+  armTimer(std::chrono::steady_clock::now());
+}
+
+void MainLoop::armTimer(std::optional<std::chrono::steady_clock::time_point> now) {
+  if (wakeFd_ < 0) {
+    return;
+  }
+  std::optional<std::chrono::steady_clock::time_point> earliest = now;
+  for (auto time : wakeTimes_) {
+    if (!earliest || time < *earliest) {
+      earliest = time;
+    }
+  }
+  itimerspec spec{};
+  if (earliest) {
+    const auto since = earliest->time_since_epoch();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(since);
+    spec.it_value.tv_sec = seconds.count();
+    spec.it_value.tv_nsec = std::chrono::nanoseconds(since - seconds).count();
+    // A zero value disarms the timer; the clock's origin itself is long past.
+    if (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0) {
+      spec.it_value.tv_nsec = 1;
+    }
+  }
+  ::timerfd_settime(wakeFd_, TFD_TIMER_ABSTIME, &spec, nullptr);
 }
 
 void MainLoop::attach(std::shared_ptr<void> source) {

@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <frameloom/platform/ZiploomExport.h>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 namespace frameloom::platform {
@@ -18,7 +20,7 @@ namespace frameloom::platform {
 // Cancelling a record cancels its children, and a child attached to a cancelled parent starts
 // cancelled. The observer runs on the thread that made the change, after the record's lock is
 // released; it must not block.
-class Progress : public std::enable_shared_from_this<Progress> {
+class FRAMELOOM_ZIPLOOM_EXPORT Progress : public std::enable_shared_from_this<Progress> {
 public:
   using Observer = std::function<void(const Progress&)>;
 
@@ -46,9 +48,12 @@ public:
   explicit Progress(std::int64_t totalUnitCount);
 
 private:
+  // An attached child and the share of this record's units it has completed so far, kept up to
+  // date on each of its changes so that reading the fraction never walks the children.
   struct Child {
     std::shared_ptr<Progress> progress;
     std::int64_t pendingUnitCount;
+    double completedUnits = 0;
   };
 
   void changed();
@@ -57,7 +62,8 @@ private:
   mutable std::mutex mutex_;
   std::int64_t total_ = 0;
   std::int64_t completed_ = 0;
-  std::vector<Child> children_;
+  std::unordered_map<const Progress*, Child> children_;
+  double childUnits_ = 0;
   std::weak_ptr<Progress> parent_;
   Observer observer_;
   std::atomic<bool> cancelled_{false};

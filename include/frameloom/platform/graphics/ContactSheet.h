@@ -3,6 +3,7 @@
 #include <frameloom/platform/graphics/Image.h>
 
 #include <cstddef>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <vector>
 
@@ -13,7 +14,7 @@ namespace frameloom::platform {
 // pixels, and larger frames are cut at the cell's edge. Throws std::invalid_argument when there is
 // no first frame, the grid is empty or has fewer cells than frames, or the sheet would exceed
 // Image::maxDimension on a side.
-std::shared_ptr<const Image>
+FRAMELOOM_EXPORT std::shared_ptr<const Image>
 makeContactSheet(const std::vector<std::shared_ptr<const Image>>& frames, std::size_t columns,
                  std::size_t rows);
 

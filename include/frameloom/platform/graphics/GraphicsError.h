@@ -1,12 +1,13 @@
 #pragma once
 
+#include <frameloom/platform/Export.h>
 #include <stdexcept>
 
 namespace frameloom::platform {
 
 // The base of every error the graphics layer raises (PngError, WebpError), so that one catch
 // takes them all.
-class GraphicsError : public std::runtime_error {
+class FRAMELOOM_EXPORT GraphicsError : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
 };

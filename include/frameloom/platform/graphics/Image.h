@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <span>
 #include <vector>
@@ -9,7 +10,7 @@
 namespace frameloom::platform {
 
 // One pixel of 8-bit red, green, blue and alpha.
-struct Rgba8 {
+struct FRAMELOOM_EXPORT Rgba8 {
   std::uint8_t r = 0;
   std::uint8_t g = 0;
   std::uint8_t b = 0;
@@ -21,7 +22,7 @@ struct Rgba8 {
 // An immutable frame image: width x height pixels of premultiplied RGBA, 8 bits per component,
 // rows `bytesPerRow` apart. Images are shared as `std::shared_ptr<const Image>` and may be read
 // from any thread. Width and height are at least 1 and at most `maxDimension`.
-class Image {
+class FRAMELOOM_EXPORT Image {
 public:
   static constexpr std::size_t maxDimension = 16384;
 
@@ -57,7 +58,7 @@ private:
 
 // Straight (unassociated) alpha from premultiplied, and back, rounding to nearest. Converting a
 // valid premultiplied pixel (components <= alpha) to straight and back gives it unchanged.
-Rgba8 unpremultiplied(Rgba8 premultiplied);
-Rgba8 premultiplied(Rgba8 straight);
+FRAMELOOM_EXPORT Rgba8 unpremultiplied(Rgba8 premultiplied);
+FRAMELOOM_EXPORT Rgba8 premultiplied(Rgba8 straight);
 
 } // namespace frameloom::platform

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <frameloom/platform/Export.h>
+
 namespace frameloom::platform {
 
 // The interface environment that colours resolve against. Each thread has its own current
 // collection, unspecified until the host sets one; `current()` and `setCurrent()` touch only the
 // calling thread's.
-struct TraitCollection {
+struct FRAMELOOM_EXPORT TraitCollection {
   enum class UserInterfaceStyle { unspecified, light, dark };
 
   UserInterfaceStyle userInterfaceStyle = UserInterfaceStyle::unspecified;
@@ -18,7 +20,7 @@ struct TraitCollection {
 
 // Makes `traits` the calling thread's current collection for the life of this object, then puts
 // the previous one back.
-class ScopedTraitCollection {
+class FRAMELOOM_EXPORT ScopedTraitCollection {
 public:
   explicit ScopedTraitCollection(const TraitCollection& traits);
   ~ScopedTraitCollection();

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <functional>
 #include <memory>
 
@@ -11,7 +12,7 @@ namespace frameloom::platform {
 
 // The refresh rates a display link is asked for, in frames per second. Zero means "no
 // preference": a zero preferred rate falls back to the maximum, a zero maximum to 60.
-struct FrameRateRange {
+struct FRAMELOOM_EXPORT FrameRateRange {
   float minimum = 0;
   float maximum = 0;
   float preferred = 0;
@@ -32,7 +33,7 @@ struct FrameRateRange {
 //
 // Used on the main thread only. The link holds itself alive while its target runs, so the target
 // may invalidate or pause it. The target must not throw.
-class DisplayLink : public std::enable_shared_from_this<DisplayLink> {
+class FRAMELOOM_EXPORT DisplayLink : public std::enable_shared_from_this<DisplayLink> {
   struct Private {};
 
 public:

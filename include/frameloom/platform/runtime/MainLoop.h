@@ -6,11 +6,17 @@
 #include <asio/awaitable.hpp>
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
+#include <asio/execution.hpp>
 #include <asio/io_context.hpp>
+#include <asio/prefer.hpp>
+#include <asio/query.hpp>
+#include <asio/require.hpp>
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -26,13 +32,16 @@ namespace frameloom::platform {
 // process exit is accepted (and never run). A coroutine reaches the main actor with
 // `co_await runOn(MainLoop::shared().executor(), work)`. An exception escaping a plain handler
 // ends the run and leaves run() with it.
-class MainLoop {
+class FRAMELOOM_EXPORT MainLoop {
 public:
-  using executor_type = asio::io_context::executor_type;
+  // The loop's executor: submitting work through it also wakes a foreign loop (see poll()).
+  template <class Inner>
+  class WakingExecutor;
+  using executor_type = WakingExecutor<asio::io_context::executor_type>;
 
   static MainLoop& shared();
 
-  executor_type executor() { return context_.get_executor(); }
+  executor_type executor();
 
   // Whether the calling thread is the one running the loop.
   bool isMainThread() const { return context_.get_executor().running_in_this_thread(); }
@@ -53,6 +62,20 @@ public:
   template <class T>
   T runUntilComplete(asio::awaitable<T> work);
 
+  // Additions for hosts with an event loop of their own (GTK, Qt, SDL) that cannot call run():
+  // the host watches fileDescriptor() for reading and calls poll() on its own thread whenever it
+  // is readable. The descriptor becomes readable when work is submitted to executor() and when a
+  // display link's next tick is due. poll() drains it, runs every handler that is ready without
+  // waiting, and returns how many ran; the calling thread is the main thread meanwhile. poll()
+  // throws RuntimeError(loopAlreadyRunning) during a run and rethrows what a handler throws.
+  std::size_t poll();
+  // The descriptor, owned by the loop for the life of the process; throws std::system_error
+  // when the system cannot make one.
+  int fileDescriptor();
+  // Makes fileDescriptor() readable at `time`, for work that waits on a timer of the loop.
+  // Callable from any thread.
+  void wakeAt(std::chrono::steady_clock::time_point time);
+
   // Keeps `source` (a display link) alive while it is attached, whoever else holds it, as the
   // loop that drives it. Callable from any thread.
   void attach(std::shared_ptr<void> source);
@@ -64,7 +87,11 @@ public:
   MainLoop& operator=(const MainLoop&) = delete;
 
 private:
-  MainLoop() = default;
+  MainLoop();
+  // Makes fileDescriptor() readable at once, when a host watches it.
+  void wakeNow();
+  // Sets the descriptor's timer to the earliest of `wakeTimes_` and `now`; caller holds wakeMutex_.
+  void armTimer(std::optional<std::chrono::steady_clock::time_point> now);
 
   // Marks the loop as running for its lifetime; throws when it already is.
   class RunningScope {
@@ -90,9 +117,62 @@ private:
   std::atomic<bool> running_{false};
   // How many runs have started; the current run's number while running.
   std::atomic<std::uint64_t> runs_{0};
+  // The foreign loop's descriptor: a timer that expires when there is work; -1 until asked for.
+  std::atomic<int> wakeFd_{-1};
+  std::mutex wakeMutex_;
+  std::vector<std::chrono::steady_clock::time_point> wakeTimes_;
   std::mutex sourcesMutex_;
   std::vector<std::shared_ptr<void>> sources_;
 };
+
+template <class Inner>
+class MainLoop::WakingExecutor {
+public:
+  WakingExecutor(Inner inner, MainLoop* loop) noexcept : inner_(std::move(inner)), loop_(loop) {}
+
+  const Inner& inner() const noexcept { return inner_; }
+
+  template <class Property>
+  requires asio::can_query<const Inner&, Property>::value decltype(auto)
+  query(const Property& property) const {
+    return asio::query(inner_, property);
+  }
+
+  template <class Property>
+  requires asio::can_require<const Inner&, Property>::value auto
+  require(const Property& property) const {
+    using Required = std::decay_t<decltype(asio::require(inner_, property))>;
+    return WakingExecutor<Required>(asio::require(inner_, property), loop_);
+  }
+
+  template <class Property>
+  requires asio::can_prefer<const Inner&, Property>::value auto
+  prefer(const Property& property) const {
+    using Preferred = std::decay_t<decltype(asio::prefer(inner_, property))>;
+    return WakingExecutor<Preferred>(asio::prefer(inner_, property), loop_);
+  }
+
+  template <class Function>
+  void execute(Function&& function) const {
+    asio::execution::execute(inner_, std::forward<Function>(function));
+    loop_->wakeNow();
+  }
+
+  friend bool operator==(const WakingExecutor& a, const WakingExecutor& b) noexcept {
+    return a.inner_ == b.inner_ && a.loop_ == b.loop_;
+  }
+  friend bool operator!=(const WakingExecutor& a, const WakingExecutor& b) noexcept {
+    return !(a == b);
+  }
+
+private:
+  Inner inner_;
+  MainLoop* loop_;
+};
+
+inline MainLoop::executor_type MainLoop::executor() {
+  return executor_type(context_.get_executor(), this);
+}
 
 template <class T>
 T MainLoop::runUntilComplete(asio::awaitable<T> work) {

@@ -1,11 +1,12 @@
 #pragma once
 
+#include <frameloom/platform/Export.h>
 #include <stdexcept>
 
 namespace frameloom::platform {
 
 // Thrown when a host drives the main loop in a way it cannot honour.
-class RuntimeError : public std::runtime_error {
+class FRAMELOOM_EXPORT RuntimeError : public std::runtime_error {
 public:
   enum class Code {
     // run, runFor or runUntilComplete called while the loop is already running.

@@ -6,6 +6,7 @@
 #include <asio/awaitable.hpp>
 #include <asio/strand.hpp>
 
+#include <frameloom/platform/Export.h>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -17,7 +18,7 @@ namespace frameloom::platform {
 // Callers elsewhere hop on with run() and are resumed on their own executor afterwards; the work
 // belongs to the caller's task, so its isCancelled() reflects a cancel of that task. run()
 // rethrows whatever the work throws.
-class SerialExecutor {
+class FRAMELOOM_EXPORT SerialExecutor {
 public:
   using executor_type = asio::strand<SharedExecutor>;
 

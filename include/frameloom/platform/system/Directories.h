@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <frameloom/platform/Export.h>
 
 namespace frameloom::platform {
 
@@ -9,9 +10,9 @@ namespace frameloom::platform {
 
 // $XDG_CACHE_HOME when set to an absolute path, else $HOME/.cache, else the home folder of the
 // user database entry, else the temporary directory.
-std::filesystem::path userCachesDirectory();
+FRAMELOOM_EXPORT std::filesystem::path userCachesDirectory();
 
 // $TMPDIR when set and not empty, else /tmp.
-std::filesystem::path temporaryDirectory();
+FRAMELOOM_EXPORT std::filesystem::path temporaryDirectory();
 
 } // namespace frameloom::platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <functional>
 #include <map>
 #include <memory>
@@ -14,7 +15,7 @@ namespace frameloom::platform {
 // Thread-safe: post, subscribe and unsubscribe may be called from any thread, also from inside a
 // callback. Once unsubscribing has returned, that callback is not running on any other thread
 // and never runs again; a callback may unsubscribe itself. Callbacks must not throw.
-class LowMemorySignal {
+class FRAMELOOM_EXPORT LowMemorySignal {
   struct Subscriber;
 
 public:

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <cstdio>
+#include <frameloom/platform/Export.h>
 #include <memory>
 
 namespace frameloom::platform {
 
 // Closes a stdio stream when its owner goes; the closing result is not reported, so a writer that
 // must know its data reached the file calls fclose itself (after release()) and checks it.
-struct FileCloser {
+struct FRAMELOOM_EXPORT FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 

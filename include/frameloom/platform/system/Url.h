@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <frameloom/platform/Export.h>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,7 +13,7 @@ namespace frameloom::platform {
 // unchanged, so two Urls are equal exactly when their texts are; the parts are read with
 // libcurl's parser. Plain value; safe to use from any thread; nothing here throws except
 // std::bad_alloc.
-class Url {
+class FRAMELOOM_EXPORT Url {
 public:
   // The URL for `text` when it is an absolute URL ("scheme:" followed by printable ASCII without
   // spaces; URLs with an authority, "scheme://host...", must also be well formed), else none.

@@ -2,12 +2,13 @@
 
 #include <array>
 #include <cstdint>
+#include <frameloom/platform/Export.h>
 #include <string>
 
 namespace frameloom::platform {
 
 // A 128-bit universally unique identifier. Plain value; safe to use from any thread.
-struct Uuid {
+struct FRAMELOOM_EXPORT Uuid {
   std::array<std::uint8_t, 16> bytes{};
 
   // A new version-4 (random) identifier.

@@ -1,11 +1,14 @@
 #pragma once
 
+// The built frameloom tool, run as a user would. FRAMELOOM_TOOL_PATH is defined by every test
+// executable.
+
+#include "support/Files.h"
+
 #include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace frameloom::testing {
@@ -20,15 +23,12 @@ struct ToolRun {
 // Runs the tool with `arguments` (already quoted for the shell) inside `folder`, which is also
 // its temporary directory, and collects its exit status and both output streams.
 inline ToolRun runTool(const std::string& arguments, const std::filesystem::path& folder) {
-  const auto read = [&folder](const char* name) {
-    std::ifstream in(folder / name);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  };
   const std::string command = "cd '" + folder.string() + "' && TMPDIR='" + folder.string() +
                               "' '" FRAMELOOM_TOOL_PATH "' " + arguments +
                               " >stdout.txt 2>stderr.txt";
   const int status = std::system(command.c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("stdout.txt"), read("stderr.txt")};
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(folder / "stdout.txt"),
+          readText(folder / "stderr.txt")};
 }
 
 } // namespace frameloom::testing

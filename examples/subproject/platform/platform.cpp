@@ -1,0 +1,5 @@
+#include "platform.h"
+
+const char* hostPlatformName() {
+  return "host platform";
+}

@@ -1,0 +1,4 @@
+#pragma once
+
+// The host's own platform layer.
+const char* hostPlatformName();

@@ -1,7 +1,0 @@
-#pragma once
-
-// The library's version, for hosts that check what they linked against.
-extern "C" {
-extern const double FrameloomVersionNumber;
-extern const char FrameloomVersionString[];
-}

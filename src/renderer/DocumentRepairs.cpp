@@ -1,0 +1,244 @@
+#include "renderer/DocumentRepairs.h"
+
+#include "renderer/TextLayers.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace frameloom::renderer {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Whole numbers beyond 2^53 are not all representable as doubles, so none beyond is turned into
+// an integer.
+constexpr double largestExactWhole = 9007199254740992.0;
+
+// Calls `visit` on every value of the tree, parents before children.
+void forEachValue(Json& root, const std::function<void(Json&)>& visit) {
+  std::vector<Json*> pending{&root};
+  while (!pending.empty()) {
+    Json& value = *pending.back();
+    pending.pop_back();
+    visit(value);
+    if (value.is_structured()) {
+      for (auto& child : value) {
+        pending.push_back(&child);
+      }
+    }
+  }
+}
+
+// The member's text when it is a string, else empty; nlohmann's value() would throw on a member
+// of another type.
+std::string stringMember(const Json& object, const char* key) {
+  const auto member = object.find(key);
+  return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
+}
+
+bool isThreeDimensional(const Json& layer) {
+  const auto member = layer.find("ddd");
+  return member != layer.end() && member->is_number() && member->get<double>() == 1;
+}
+
+bool isFractional(const Json& value) {
+  return value.is_number_float() && std::isfinite(value.get<double>()) &&
+         value.get<double>() != std::trunc(value.get<double>());
+}
+
+} // namespace
+
+void forEachLayer(Json& document, const std::function<void(Json&)>& visit) {
+  if (!document.is_object()) {
+    return;
+  }
+  const auto visitLayers = [&](Json& owner) {
+    const auto layers = owner.find("layers");
+    if (layers == owner.end() || !layers->is_array()) {
+      return;
+    }
+    for (auto& layer : *layers) {
+      if (layer.is_object()) {
+        visit(layer);
+      }
+    }
+  };
+  visitLayers(document);
+  const auto assets = document.find("assets");
+  if (assets != document.end() && assets->is_array()) {
+    for (auto& asset : *assets) {
+      if (asset.is_object()) {
+        visitLayers(asset);
+      }
+    }
+  }
+}
+
+bool dropLastKeyframeEasing(Json& document) {
+  bool changed = false;
+  forEachValue(document, [&](Json& value) {
+    if (!value.is_object()) {
+      return;
+    }
+    const auto keyframes = value.find("k");
+    if (keyframes != value.end() && keyframes->is_array() && !keyframes->empty() &&
+        keyframes->back().is_object() && keyframes->back().contains("t")) {
+      changed |= keyframes->back().erase("i") + keyframes->back().erase("o") > 0;
+    }
+  });
+  return changed;
+}
+
+bool dropInertMasks(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto masks = layer.find("masksProperties");
+    if (masks == layer.end() || !masks->is_array()) {
+      return;
+    }
+    const auto inert = [](const Json& mask) {
+      return mask.is_object() && stringMember(mask, "mode") == "n";
+    };
+    const auto kept = std::remove_if(masks->begin(), masks->end(), inert);
+    if (kept == masks->end()) {
+      return;
+    }
+    masks->erase(kept, masks->end());
+    if (masks->empty()) {
+      layer.erase("masksProperties");
+      layer["hasMask"] = false;
+    }
+    changed = true;
+  });
+  return changed;
+}
+
+bool wholeFrameLayerTimes(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    for (const char* key : {"ip", "op"}) {
+      const auto time = layer.find(key);
+      if (time != layer.end() && isFractional(*time) &&
+          std::abs(time->get<double>()) < largestExactWhole) {
+        *time = static_cast<std::int64_t>(std::ceil(time->get<double>()));
+        changed = true;
+      }
+    }
+  });
+  return changed;
+}
+
+bool wholeFloatsAsIntegers(Json& document) {
+  bool changed = false;
+  forEachValue(document, [&](Json& value) {
+    if (value.is_number_float() && !isFractional(value) && std::isfinite(value.get<double>()) &&
+        std::abs(value.get<double>()) <= largestExactWhole) {
+      value = static_cast<std::int64_t>(value.get<double>());
+      changed = true;
+    }
+  });
+  return changed;
+}
+
+bool wholeCompositionSize(Json& document) {
+  bool changed = false;
+  const auto roundSize = [&](Json& owner) {
+    for (const char* key : {"w", "h"}) {
+      const auto side = owner.find(key);
+      if (side != owner.end() && isFractional(*side) &&
+          std::abs(side->get<double>()) < largestExactWhole) {
+        *side = std::max<std::int64_t>(1, std::llround(side->get<double>()));
+        changed = true;
+      }
+    }
+  };
+  if (!document.is_object()) {
+    return false;
+  }
+  roundSize(document);
+  const auto assets = document.find("assets");
+  if (assets != document.end() && assets->is_array()) {
+    for (auto& asset : *assets) {
+      if (asset.is_object()) {
+        roundSize(asset);
+      }
+    }
+  }
+  return changed;
+}
+
+bool planeRotations(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto transform = layer.find("ks");
+    if (isThreeDimensional(layer) || transform == layer.end() || !transform->is_object()) {
+      return;
+    }
+    // A 2D layer turns by "r" alone; 3D rotations on it are ignored by other players, where
+    // rlottie refuses the document.
+    for (const char* key : {"rx", "ry", "rz"}) {
+      changed |= transform->erase(key) > 0;
+    }
+  });
+  return changed;
+}
+
+bool dropNullMembers(Json& document) {
+  bool changed = false;
+  forEachValue(document, [&](Json& value) {
+    if (!value.is_object()) {
+      return;
+    }
+    for (auto member = value.begin(); member != value.end();) {
+      if (member->is_null()) {
+        member = value.erase(member);
+        changed = true;
+      } else {
+        ++member;
+      }
+    }
+  });
+  return changed;
+}
+
+bool typeFirst(Json& document) {
+  bool changed = false;
+  forEachValue(document, [&](Json& value) {
+    if (!value.is_object() || value.empty() || value.begin().key() == "ty" ||
+        !value.contains("ty")) {
+      return;
+    }
+    Json reordered = Json::object();
+    reordered["ty"] = std::move(value["ty"]);
+    for (auto& [key, member] : value.items()) {
+      if (key != "ty") {
+        reordered[key] = std::move(member);
+      }
+    }
+    value = std::move(reordered);
+    changed = true;
+  });
+  return changed;
+}
+
+bool repairDocument(Json& document, bool forRefusal) {
+  bool changed = textLayersAsShapes(document);
+  changed |= dropLastKeyframeEasing(document);
+  changed |= dropInertMasks(document);
+  changed |= wholeFrameLayerTimes(document);
+  changed |= typeFirst(document);
+  if (forRefusal) {
+    changed |= wholeFloatsAsIntegers(document);
+    changed |= wholeCompositionSize(document);
+    changed |= planeRotations(document);
+    changed |= dropNullMembers(document);
+  }
+  return changed;
+}
+
+} // namespace frameloom::renderer

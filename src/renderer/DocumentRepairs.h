@@ -1,0 +1,48 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <functional>
+
+namespace frameloom::renderer {
+
+// Rewrites of a parsed Lottie document (key order kept) that make rlottie draw what the document
+// means. Each works in place on any JSON value, walks it with an explicit stack (a hostile
+// document may nest deeper than the call stack allows), never throws on odd input, and returns
+// whether it changed anything. They run on the caller's thread and share no state.
+//
+// Misreadings, repaired for every document before rlottie sees it:
+// - text layers, which rlottie does not draw, become shapes: textLayersAsShapes() (TextLayers.h);
+// - rlottie keeps a multi-dimensional property at its first value when the last keyframe, which
+//   leads nowhere, carries an easing: dropLastKeyframeEasing() removes it;
+// - a mask in mode "n" does nothing, where rlottie hides the layer: dropInertMasks();
+// - a layer whose in or out point falls between frames shows from the next whole frame on, where
+//   rlottie shows it one frame early: wholeFrameLayerTimes();
+// - rlottie reads an object's members knowing its "ty", and misreads or drops objects whose "ty"
+//   comes after other keys; key order means nothing in JSON, so it moves first: typeFirst().
+//
+// Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
+// is harmless in theory can still change how rlottie reads another document:
+// - whole numbers written as floats ("ty": 3.0): wholeFloatsAsIntegers();
+// - a fractional composition size: wholeCompositionSize();
+// - rotations "rx", "ry" or "rz" on a 2D layer, which turns by "r" alone: planeRotations() drops
+//   them;
+// - members whose value is null: dropNullMembers().
+bool dropLastKeyframeEasing(nlohmann::ordered_json& document);
+bool dropInertMasks(nlohmann::ordered_json& document);
+bool wholeFrameLayerTimes(nlohmann::ordered_json& document);
+bool typeFirst(nlohmann::ordered_json& document);
+
+bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
+bool wholeCompositionSize(nlohmann::ordered_json& document);
+bool planeRotations(nlohmann::ordered_json& document);
+bool dropNullMembers(nlohmann::ordered_json& document);
+
+// Calls `visit` on every layer: those of the document and those of its precomposition assets.
+void forEachLayer(nlohmann::ordered_json& document,
+                  const std::function<void(nlohmann::ordered_json&)>& visit);
+
+// All the misreading repairs, then (when `forRefusal`) all the refusal repairs.
+bool repairDocument(nlohmann::ordered_json& document, bool forRefusal);
+
+} // namespace frameloom::renderer

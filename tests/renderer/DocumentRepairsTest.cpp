@@ -1,0 +1,138 @@
+#include "renderer/DocumentRepairs.h"
+#include <frameloom/renderer/DotLottieAnimation.h>
+
+#include "LottieSamples.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+namespace frameloom::renderer {
+using namespace frameloom::platform;
+namespace {
+
+using testing::bytesOf;
+using testing::Json;
+using testing::sampleLottie;
+
+constexpr Rgba8 red{255, 0, 0, 255};
+constexpr Rgba8 none{};
+
+// A 16 x 8 composition, 30 frames, with a red square over its left half.
+Json redSquare() {
+  return Json::parse(sampleLottie(16, 8, {{0, 0, 8, 8, {{0, {1, 0, 0}}}}}, {0, 30, 30}));
+}
+
+Json& squareLayer(Json& document) {
+  return document["layers"][0];
+}
+
+// The pixel at (x, y) of the given frame, drawn at the composition's own size.
+Rgba8 pixelAt(const Json& document, float frame, std::size_t x, std::size_t y) {
+  DotLottieAnimation animation(bytesOf(document.dump()), AnimationConfig{});
+  if (!animation.setFrame(frame)) {
+    return {1, 2, 3, 4};
+  }
+  const auto image = animation.tick();
+  return image && x < image->width() && y < image->height() ? image->pixel(x, y) : none;
+}
+
+struct Case {
+  const char* name;
+  std::function<void(Json&)> edit;
+  float frame;
+  std::size_t x;
+  Rgba8 expected;
+};
+
+// Each edit makes a document that rlottie refuses, draws blank or misreads unless it is repaired.
+TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
+  const Json linear = Json::parse(R"({"x":[0.5],"y":[0.5]})");
+  const std::vector<Case> cases{
+      {"type written as a float", [](Json& d) { squareLayer(d)["ty"] = 4.0; }, 0, 4, red},
+      {"fractional composition size",
+       [](Json& d) {
+         d["w"] = 16.4;
+         d["h"] = 7.84;
+       },
+       0, 4, red},
+      {"rotation written ry on a 2D layer",
+       [](Json& d) {
+         Json& transform = squareLayer(d)["ks"];
+         const Json rotation =
+             Json::parse(R"({"a":1,"k":[{"t":0,"s":[0]},{"t":30,"s":[0]}],"ix":10})");
+         transform = Json{{"o", transform["o"]},
+                          {"ry", rotation},
+                          {"p", transform["p"]},
+                          {"a", transform["a"]},
+                          {"s", transform["s"]}};
+       },
+       0, 4, red},
+      {"null member", [](Json& d) { squareLayer(d)["shapes"][0]["d"] = nullptr; }, 0, 4, red},
+      {"shape type after its other keys",
+       [](Json& d) {
+         Json& fill = squareLayer(d)["shapes"][1];
+         const Json type = fill["ty"];
+         fill.erase("ty");
+         fill["ty"] = type;
+       },
+       0, 4, red},
+      {"mask in mode n does nothing",
+       [](Json& d) {
+         squareLayer(d)["hasMask"] = true;
+         squareLayer(d)["masksProperties"] = Json::parse(
+             R"([{"inv":false,"mode":"n","pt":{"a":0,"k":{"c":true,"i":[[0,0],[0,0],[0,0]],)"
+             R"("o":[[0,0],[0,0],[0,0]],"v":[[0,0],[1,0],[1,1]]}},"o":{"a":0,"k":100}}])");
+       },
+       0, 4, red},
+      {"in point just above a frame: hidden on that frame",
+       [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 2, 4, none},
+      {"in point just above a frame: shown on the next",
+       [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 3, 4, red},
+      {"last keyframe with an easing still moves",
+       [&](Json& d) {
+         Json position = Json::object();
+         position["a"] = 1;
+         position["k"] = Json::array({{{"t", 0}, {"s", {0, 0}}, {"i", linear}, {"o", linear}},
+                                      {{"t", 10}, {"s", {8, 0}}, {"i", linear}, {"o", linear}}});
+         squareLayer(d)["ks"]["p"] = position;
+       },
+       20, 12, red},
+  };
+  for (const Case& c : cases) {
+    Json document = redSquare();
+    c.edit(document);
+    EXPECT_EQ(pixelAt(document, c.frame, c.x, 4), c.expected) << c.name;
+  }
+}
+
+// A repair touches nothing it need not: documents that need none come back unchanged, and each
+// repair changes only what it is about.
+TEST(DocumentRepairsTest, RepairsLeaveOtherValuesAndKeyOrderAlone) {
+  Json untouched = redSquare();
+  EXPECT_FALSE(repairDocument(untouched, false));
+  EXPECT_EQ(untouched, redSquare());
+
+  Json document = Json::parse(
+      R"({"w":10.0,"h":9.5,"x":[1.5,2.0,null],"layers":[{"a":1,"ty":4,"ip":1.25,"op":7,)"
+      R"("ks":{"r":{"k":5},"rz":{"k":6}},"nm":null},{"ddd":1,"ty":4,"ks":{"rx":{"k":1}}}]})");
+  EXPECT_TRUE(repairDocument(document, true));
+  EXPECT_EQ(document.dump(),
+            R"({"w":10,"h":10,"x":[1.5,2,null],"layers":[{"ty":4,"a":1,"ip":2,"op":7,)"
+            R"("ks":{"r":{"k":5}}},{"ty":4,"ddd":1,"ks":{"rx":{"k":1}}}]})");
+}
+
+// Hostile shapes of values are skipped, not trusted.
+TEST(DocumentRepairsTest, ValuesOfUnexpectedTypesAreLeftAlone) {
+  Json document = Json::parse(
+      R"({"w":"wide","layers":[{"ddd":"yes","ks":[],"masksProperties":[{"mode":7}],"ip":"x"},)"
+      R"(5],"assets":[3,{"layers":{"ty":1}}]})");
+  const Json before = document;
+  EXPECT_FALSE(repairDocument(document, false));
+  EXPECT_EQ(document, before);
+  EXPECT_FALSE(planeRotations(document));
+}
+
+} // namespace
+} // namespace frameloom::renderer
