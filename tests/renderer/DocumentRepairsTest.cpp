@@ -2,6 +2,7 @@
 #include <frameloom/renderer/DotLottieAnimation.h>
 
 #include "LottieSamples.h"
+#include "support/Files.h"
 
 #include <gtest/gtest.h>
 
