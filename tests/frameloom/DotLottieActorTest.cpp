@@ -121,10 +121,9 @@ TEST(DotLottieActorTest, RecolouredLoadShowsTheRecolouredAnimation) {
   const Url source = Url::fromFilePath(fs::temp_directory_path() / "two.lottie");
   const auto red = testing::sampleLottie(100, 100, {{0, 0, 100, 100, {{0, {1, 0, 0}}}}});
   const auto blue = testing::sampleLottie(100, 100, {{0, 0, 100, 100, {{0, {0, 0, 1}}}}});
-  const auto archive = testing::makeZip({{"animations/first.json", red},
-                                         {"animations/second.json", blue},
-                                         {"manifest.json", R"({"animations":[{"id":"second"}]})"}});
-  std::ofstream(source.path(), std::ios::binary) << std::string(archive.begin(), archive.end());
+  testing::writeArchive(source.path(), {{"animations/first.json", red},
+                                        {"animations/second.json", blue},
+                                        {"manifest.json", R"({"animations":[{"id":"second"}]})"}});
   const std::vector<std::pair<Colors, Rgba8>> cases{
       {std::nullopt, {0, 0, 255, 255}},
       {std::vector<platform::Color>{{0, 1, 0}}, {0, 255, 0, 255}}};
