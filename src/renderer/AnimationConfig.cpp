@@ -6,14 +6,11 @@
 namespace frameloom::renderer {
 
 Layout createDefaultLayout() {
-  return Layout{Fit::contain, 0.5, 0.5};
+  return Layout{0.5, 0.5};
 }
 
 PixelRect layoutRect(const Layout& layout, double contentWidth, double contentHeight,
                      std::int64_t targetWidth, std::int64_t targetHeight) {
-  if (layout.fit == Fit::fill) {
-    return {0, 0, targetWidth, targetHeight};
-  }
   const double scale = std::min(static_cast<double>(targetWidth) / contentWidth,
                                 static_cast<double>(targetHeight) / contentHeight);
   const auto width = std::clamp<std::int64_t>(std::llround(contentWidth * scale), 1, targetWidth);

@@ -1,6 +1,7 @@
 #include <frameloom/renderer/DotLottieAnimation.h>
 
 #include "renderer/LottieDocument.h"
+#include "renderer/LottieTiming.h"
 #include "renderer/ModelLoading.h"
 
 #include <rlottie.h>
@@ -61,7 +62,7 @@ DotLottieAnimation::DotLottieAnimation(std::span<const std::uint8_t> dotLottieDa
   if (config_.width && config_.height) {
     size_ = PixelSize{*config_.width, *config_.height};
   }
-  std::optional<std::string> document = lottieDocument(dotLottieData);
+  std::optional<std::string> document = lottieDocument(dotLottieData, config_.animationRule);
   if (!document) {
     return;
   }
@@ -125,12 +126,11 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
   const std::size_t lastFrame = model_->totalFrame();
   const auto frame =
       std::min(static_cast<std::size_t>(std::lround(frame_)), lastFrame > 0 ? lastFrame - 1 : 0);
-  const bool keepAspectRatio = config_.layout.fit == Fit::contain;
   if (rect == PixelRect{0, 0, target.width, target.height}) {
     rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()),
                              static_cast<std::size_t>(target.width),
                              static_cast<std::size_t>(target.height), stride);
-    model_->renderSync(frame, surface, keepAspectRatio);
+    model_->renderSync(frame, surface);
   } else {
     // rlottie clears bytesPerLine x height bytes from the start of its buffer, so a surface inside
     // the image would overrun it: render the rectangle on its own and copy it into place.
@@ -139,7 +139,7 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
     rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(inner.data()),
                              static_cast<std::size_t>(rect.width),
                              static_cast<std::size_t>(rect.height), rectStride);
-    model_->renderSync(frame, surface, keepAspectRatio);
+    model_->renderSync(frame, surface);
     for (std::int64_t row = 0; row < rect.height; ++row) {
       std::copy_n(inner.data() + static_cast<std::size_t>(row) * rectStride, rectStride,
                   pixels.data() + static_cast<std::size_t>(rect.y + row) * stride +

@@ -1,13 +1,14 @@
 #include "renderer/DotLottieArchive.h"
 
 #include "renderer/PictureInlining.h"
+#include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/renderer/Limits.h>
 #include <frameloom/ziploom/Archive.h>
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -29,16 +30,6 @@ bool startsWith(std::string_view text, std::string_view prefix) {
   return text.substr(0, prefix.size()) == prefix;
 }
 
-bool endsWithJson(std::string_view path) {
-  if (path.size() < 5) {
-    return false;
-  }
-  std::string suffix(path.substr(path.size() - 5));
-  std::transform(suffix.begin(), suffix.end(), suffix.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return suffix == ".json";
-}
-
 class ArchiveReader {
 public:
   explicit ArchiveReader(ziploom::Archive& archive) : archive_(archive) {
@@ -58,19 +49,13 @@ public:
     return found == byPath_.end() ? nullptr : &files_[found->second];
   }
 
+  const std::vector<ziploom::Entry>& files() const { return files_; }
+
   bool hasPictures() const {
     return std::any_of(files_.begin(), files_.end(), [](const ziploom::Entry& e) {
       const std::string path = e.path();
       return startsWith(path, "images/") || startsWith(path, "i/");
     });
-  }
-
-  const ziploom::Entry* firstAnimation() const {
-    const auto found = std::find_if(files_.begin(), files_.end(), [](const ziploom::Entry& e) {
-      const std::string path = e.path();
-      return (startsWith(path, "animations/") || startsWith(path, "a/")) && endsWithJson(path);
-    });
-    return found == files_.end() ? nullptr : &*found;
   }
 
   // Reads an entry whole; throws TooLarge beyond `limit` or beyond what is left of the budget.
@@ -93,38 +78,32 @@ private:
   std::size_t unpacked_ = 0;
 };
 
-// The id of the first animation the manifest lists, when there is a readable one.
-std::optional<std::string> manifestAnimationId(ArchiveReader& reader) {
-  const ziploom::Entry* manifest = reader.find("manifest.json");
-  if (!manifest) {
-    return std::nullopt;
+// The animation `rule` picks, among the archive's files.
+const ziploom::Entry* chooseAnimation(ArchiveReader& reader, AnimationRule rule) {
+  const std::vector<ziploom::Entry>& files = reader.files();
+  if (rule == AnimationRule::recolouring) {
+    const auto found = std::find_if(files.begin(), files.end(), [](const ziploom::Entry& e) {
+      return isRecolouringAnimation(e.path());
+    });
+    return found == files.end() ? nullptr : &*found;
   }
-  const auto json = nlohmann::json::parse(reader.read(*manifest, maxManifestBytes), nullptr, false);
-  if (!json.is_object() || !json.contains("animations") || !json["animations"].is_array() ||
-      json["animations"].empty() || !json["animations"][0].is_object()) {
-    return std::nullopt;
+  std::vector<std::string> paths;
+  paths.reserve(files.size());
+  for (const ziploom::Entry& entry : files) {
+    paths.push_back(entry.path());
   }
-  const auto& first = json["animations"][0];
-  if (!first.contains("id") || !first["id"].is_string()) {
-    return std::nullopt;
+  std::optional<std::string> manifest;
+  if (const ziploom::Entry* entry = reader.find("manifest.json")) {
+    manifest = reader.read(*entry, maxManifestBytes);
   }
-  return first["id"].get<std::string>();
-}
-
-const ziploom::Entry* chooseAnimation(ArchiveReader& reader) {
-  if (const auto id = manifestAnimationId(reader)) {
-    for (const char* folder : {"animations/", "a/"}) {
-      if (const ziploom::Entry* entry = reader.find(folder + *id + ".json")) {
-        return entry;
-      }
-    }
-  }
-  return reader.firstAnimation();
+  const auto index = rendererAnimation(paths, manifest);
+  return index ? &files[*index] : nullptr;
 }
 
 } // namespace
 
-std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes) {
+std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes,
+                                                      AnimationRule rule) {
   const auto archive = ziploom::Archive::make(platform::Bytes(bytes.begin(), bytes.end()),
                                               ziploom::AccessMode::read);
   if (!archive) {
@@ -132,7 +111,7 @@ std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes) 
   }
   try {
     ArchiveReader reader(*archive);
-    const ziploom::Entry* animation = chooseAnimation(reader);
+    const ziploom::Entry* animation = chooseAnimation(reader, rule);
     if (!animation) {
       return std::nullopt;
     }

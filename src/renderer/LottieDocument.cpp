@@ -18,7 +18,7 @@ bool looksLikeJson(std::span<const std::uint8_t> bytes) {
 
 } // namespace
 
-std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes) {
+std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes, AnimationRule rule) {
   if (looksLikeJson(bytes)) {
     std::string json(bytes.begin(), bytes.end());
     if (!mayHoldWebpDataUri(json)) {
@@ -29,7 +29,7 @@ std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes) {
       return std::nullopt;
     });
   }
-  return dotLottieAnimationDocument(bytes);
+  return dotLottieAnimationDocument(bytes, rule);
 }
 
 } // namespace frameloom::renderer

@@ -1,4 +1,4 @@
-#include "renderer/LottieDocument.h"
+#include "renderer/LottieTiming.h"
 
 #include <charconv>
 #include <cmath>

@@ -145,7 +145,7 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
   const auto dataOffset = stream::add(entry.centralDirectoryStructure.resolvedLocalHeaderOffset(),
                                       std::uint64_t{LocalFileHeader::size} + local.fileNameLength +
                                           local.extraFieldLength);
-  if (!dataOffset || !stream::seek(archiveFile_.get(), *dataOffset)) {
+  if (!dataOffset || !stream::trySeek(archiveFile_.get(), *dataOffset)) {
     throw DataError(DataError::Code::unreadableFile);
   }
   if (progress) {
@@ -222,7 +222,7 @@ std::uint32_t Archive::readStored(const Entry& entry, std::int64_t bufferSize, b
 // stands in then.
 std::uint32_t Archive::readSymlinkTarget(const Entry& entry, const Consumer& consumer) {
   std::uint64_t length = entry.localFileHeader.compressedSize;
-  if (length == 0 || length == 0xFFFFFFFF) {
+  if (length == 0 || length == zip64Marker32) {
     length = entry.compressedSize();
   }
   if (length > maximumSymlinkTargetLength) {

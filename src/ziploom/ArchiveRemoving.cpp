@@ -71,7 +71,7 @@ CentralDirectoryStructure relocated(const CentralDirectoryStructure& record, std
   using Field = ZIP64ExtendedInformation::Field;
   auto result = record;
   result.relativeOffsetOfLocalHeader =
-      offset < marker32 ? static_cast<std::uint32_t>(offset) : marker32;
+      offset < zip64Marker32 ? static_cast<std::uint32_t>(offset) : zip64Marker32;
   const auto fields = result.expectedZIP64Fields();
   if (fields.empty()) {
     if (record.versionNeededToExtract >= versionNeededZIP64) {
@@ -117,7 +117,7 @@ std::int64_t Archive::totalUnitCountForRemoving(const Entry& entry) const {
 void Archive::copyLocalRecord(const Entry& entry, std::FILE* target, std::int64_t bufferSize,
                               const ProgressPointer& progress) {
   std::FILE* source = archiveFile_.get();
-  if (!stream::seek(source, entry.centralDirectoryStructure.resolvedLocalHeaderOffset())) {
+  if (!stream::trySeek(source, entry.centralDirectoryStructure.resolvedLocalHeaderOffset())) {
     throw DataError(DataError::Code::unreadableFile);
   }
   auto remaining = entry.localRecordLength();

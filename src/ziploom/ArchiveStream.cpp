@@ -38,7 +38,7 @@ Bytes readBytes(std::FILE* file, std::size_t count) {
   return bytes;
 }
 
-bool seek(std::FILE* file, std::uint64_t offset) {
+bool trySeek(std::FILE* file, std::uint64_t offset) {
   if (offset > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) {
     return false;
   }
@@ -63,7 +63,7 @@ std::optional<EndOfCentralDirectory> locateEndOfCentralDirectory(std::FILE* file
   while (!found) {
     const auto blockStart = blockEnd > scanBlockSize ? blockEnd - scanBlockSize : 0;
     try {
-      if (!seek(file, blockStart)) {
+      if (!trySeek(file, blockStart)) {
         return std::nullopt;
       }
       block = readBytes(file, blockEnd - blockStart);

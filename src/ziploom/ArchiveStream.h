@@ -21,8 +21,8 @@ using platform::UniqueFile;
 // stream reports an error.
 Bytes readBytes(std::FILE* file, std::size_t count);
 
-// Seeks to `offset` (false when it does not fit a file position or the seek fails).
-bool seek(std::FILE* file, std::uint64_t offset);
+// Seeks to `offset`; false when it does not fit a file position or the seek fails.
+bool trySeek(std::FILE* file, std::uint64_t offset);
 
 // `lhs + rhs`, or nothing when the sum does not fit in 64 bits.
 inline std::optional<std::uint64_t> add(std::uint64_t lhs, std::uint64_t rhs) {
@@ -38,7 +38,7 @@ inline std::optional<std::uint64_t> add(std::uint64_t lhs, std::uint64_t rhs) {
 template <typename Record>
 std::optional<Record> readRecord(std::FILE* file, std::uint64_t offset) {
   try {
-    if (!seek(file, offset)) {
+    if (!trySeek(file, offset)) {
       return std::nullopt;
     }
     const auto fixedPart = readBytes(file, Record::size);

@@ -78,7 +78,7 @@ Bytes zip64Block(std::optional<Sizes> sizes, const std::uint64_t* offset) {
 // The local header is written before the data and rewritten in place after it, so its length
 // must not change: it carries ZIP64 sizes exactly when the uncompressed size needs them.
 bool needsZIP64LocalHeader(std::uint64_t uncompressedSize) {
-  return uncompressedSize >= marker32;
+  return uncompressedSize >= zip64Marker32;
 }
 
 LocalFileHeader makeLocalFileHeader(const std::string& path, CompressionMethod method,
@@ -94,8 +94,8 @@ LocalFileHeader makeLocalFileHeader(const std::string& path, CompressionMethod m
   header.fileNameData.assign(path.begin(), path.end());
   header.fileNameLength = static_cast<std::uint16_t>(path.size());
   if (zip64) {
-    header.compressedSize = marker32;
-    header.uncompressedSize = marker32;
+    header.compressedSize = zip64Marker32;
+    header.uncompressedSize = zip64Marker32;
     header.extraFieldData = zip64Block(sizes, nullptr);
     header.extraFieldLength = static_cast<std::uint16_t>(header.extraFieldData.size());
   } else {
@@ -109,14 +109,14 @@ CentralDirectoryStructure makeCentralDirectoryStructure(const LocalFileHeader& h
                                                         std::uint64_t headerOffset,
                                                         std::uint32_t attributes) {
   std::optional<Sizes> sizes;
-  if (header.uncompressedSize == marker32 || header.compressedSize == marker32) {
+  if (header.uncompressedSize == zip64Marker32 || header.compressedSize == zip64Marker32) {
     using Field = ZIP64ExtendedInformation::Field;
     constexpr Field fields[] = {Field::uncompressedSize, Field::compressedSize};
     if (const auto extra = findZIP64Extra(header.extraFieldData, fields)) {
       sizes = Sizes{extra->uncompressedSize, extra->compressedSize};
     }
   }
-  const bool offsetInExtra = headerOffset >= marker32;
+  const bool offsetInExtra = headerOffset >= zip64Marker32;
 
   CentralDirectoryStructure record;
   record.versionMadeBy = versionMadeBy;
@@ -132,7 +132,7 @@ CentralDirectoryStructure makeCentralDirectoryStructure(const LocalFileHeader& h
   record.fileNameData = header.fileNameData;
   record.externalFileAttributes = attributes;
   record.relativeOffsetOfLocalHeader =
-      offsetInExtra ? marker32 : static_cast<std::uint32_t>(headerOffset);
+      offsetInExtra ? zip64Marker32 : static_cast<std::uint32_t>(headerOffset);
   if (sizes || offsetInExtra) {
     record.extraFieldData = zip64Block(sizes, offsetInExtra ? &headerOffset : nullptr);
     record.extraFieldLength = static_cast<std::uint16_t>(record.extraFieldData.size());
@@ -366,7 +366,7 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
   }
 
   const Sizes sizes{uncompressedSize, written};
-  const bool zip64 = sizes.uncompressed >= marker32 || sizes.compressed >= marker32;
+  const bool zip64 = sizes.uncompressed >= zip64Marker32 || sizes.compressed >= zip64Marker32;
   if (zip64 && !reserveZIP64) {
     throw ArchiveError(ArchiveError::Code::compressedSizeBeyondHeader);
   }

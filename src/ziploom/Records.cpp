@@ -11,8 +11,6 @@ using Field = ZIP64ExtendedInformation::Field;
 
 namespace {
 
-constexpr std::uint32_t zip64Marker32 = 0xFFFFFFFF;
-constexpr std::uint16_t zip64Marker16 = 0xFFFF;
 constexpr std::uint8_t zip64Version = 45;
 
 bool hasSignature(ByteView fixedPart, std::size_t size, std::uint32_t signature) {

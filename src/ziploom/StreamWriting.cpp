@@ -30,7 +30,7 @@ std::uint64_t position(std::FILE* file) {
 }
 
 void seek(std::FILE* file, std::uint64_t offset) {
-  if (!stream::seek(file, offset)) {
+  if (!stream::trySeek(file, offset)) {
     throw ArchiveError(ArchiveError::Code::unwritableArchive);
   }
 }
@@ -49,14 +49,14 @@ std::uint64_t recordLength(const CentralDirectoryStructure& record) {
 EndRecords writeEndRecords(const EndRecords& former, std::uint64_t size, std::uint64_t count,
                            std::uint64_t centralDirectoryOffset, std::uint64_t endRecordsOffset,
                            std::FILE* file) {
-  const auto size32 = size < marker32 ? static_cast<std::uint32_t>(size) : marker32;
-  const auto count16 = count < marker16 ? static_cast<std::uint16_t>(count) : marker16;
-  const auto offset32 = centralDirectoryOffset < marker32
+  const auto size32 = size < zip64Marker32 ? static_cast<std::uint32_t>(size) : zip64Marker32;
+  const auto count16 = count < zip64Marker16 ? static_cast<std::uint16_t>(count) : zip64Marker16;
+  const auto offset32 = centralDirectoryOffset < zip64Marker32
                             ? static_cast<std::uint32_t>(centralDirectoryOffset)
-                            : marker32;
+                            : zip64Marker32;
 
   EndRecords result{former.record, std::nullopt};
-  if (size32 == marker32 || count16 == marker16 || offset32 == marker32) {
+  if (size32 == zip64Marker32 || count16 == zip64Marker16 || offset32 == zip64Marker32) {
     ZIP64EndOfCentralDirectory zip64;
     if (former.zip64) {
       zip64 = *former.zip64;

@@ -12,8 +12,6 @@
 // ArchiveError::unwritableArchive.
 namespace frameloom::ziploom::writing {
 
-inline constexpr std::uint32_t marker32 = 0xFFFFFFFF;
-inline constexpr std::uint16_t marker16 = 0xFFFF;
 // Made by UNIX, format version 2.1.
 inline constexpr std::uint16_t versionMadeBy = 789;
 inline constexpr std::uint16_t versionNeeded = 20;
@@ -23,6 +21,7 @@ void write(std::FILE* file, ByteView bytes);
 // Writes `bytes` in pieces of at most `bufferSize` bytes.
 void write(std::FILE* file, ByteView bytes, std::int64_t bufferSize);
 std::uint64_t position(std::FILE* file);
+// Seeks to `offset`; throws ArchiveError::unwritableArchive when it cannot.
 void seek(std::FILE* file, std::uint64_t offset);
 void flush(std::FILE* file);
 

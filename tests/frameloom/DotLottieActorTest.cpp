@@ -115,6 +115,25 @@ TEST(DotLottieActorTest, FileLoadsWithAndWithoutColours) {
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
+// Recolouring rewrites the first animation in archive order while the manifest names the second;
+// a recoloured load still shows what was recoloured, and a plain load what the manifest names.
+TEST(DotLottieActorTest, RecolouredLoadShowsTheRecolouredAnimation) {
+  const Url source = Url::fromFilePath(fs::temp_directory_path() / "two.lottie");
+  const auto red = testing::sampleLottie(100, 100, {{0, 0, 100, 100, {{0, {1, 0, 0}}}}});
+  const auto blue = testing::sampleLottie(100, 100, {{0, 0, 100, 100, {{0, {0, 0, 1}}}}});
+  testing::writeArchive(source.path(), {{"animations/first.json", red},
+                                        {"animations/second.json", blue},
+                                        {"manifest.json", R"({"animations":[{"id":"second"}]})"}});
+  const std::vector<std::pair<Colors, Rgba8>> cases{
+      {std::nullopt, {0, 0, 255, 255}},
+      {std::vector<platform::Color>{{0, 1, 0}}, {0, 255, 0, 255}}};
+  for (const auto& [colors, shown] : cases) {
+    const auto animation = run(DotLottieActor::load(source, Size{100, 100}, colors));
+    EXPECT_EQ(run(actor().seek(0, animation))->pixel(50, 50), shown);
+    run(actor().destroy(animation));
+  }
+}
+
 TEST(DotLottieActorTest, SeeksFromManyTasksAndNoneFromACancelledOne) {
   std::vector<DotLottieActor::Animation> animations;
   for (int i = 0; i < 4; ++i) {

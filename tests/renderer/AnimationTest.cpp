@@ -1,6 +1,8 @@
 #include "renderer/LottieDocument.h"
+#include "renderer/LottieTiming.h"
 #include "renderer/PictureInlining.h"
 #include <frameloom/platform/graphics/Png.h>
+#include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/renderer/DotLottieAnimation.h>
 
 #include "LottieSamples.h"
@@ -245,3 +247,30 @@ TEST(DotLottieArchiveTest, HundredsOfAnimationsComeAndGo) {
 
 } // namespace
 } // namespace frameloom::renderer
+
+// The three readers of a .lottie each pick "the animation" by a rule of their own.
+TEST(AnimationChoice, EachReaderKeepsItsOwnRule) {
+  using frameloom::renderer::isRecolouringAnimation;
+  using frameloom::renderer::isSizeReaderAnimation;
+  struct Case {
+    const char* path;
+    bool sizeReader;
+    bool recolouring;
+  };
+  const Case cases[] = {{"animations/a.json", true, true}, {"Animations/A.JSON", true, false},
+                        {"animations/A.JSON", true, true}, {"x/animations/a.json", false, true},
+                        {"a/a.json", false, false},        {"animations/a.txt", false, false},
+                        {"animations/", false, false}};
+  for (const Case& c : cases) {
+    EXPECT_EQ(isSizeReaderAnimation(c.path), c.sizeReader) << c.path;
+    EXPECT_EQ(isRecolouringAnimation(c.path), c.recolouring) << c.path;
+  }
+
+  using frameloom::renderer::rendererAnimation;
+  const std::vector<std::string> paths{"x/animations/b.json", "a/c.JSON", "animations/d.json"};
+  EXPECT_EQ(rendererAnimation(paths, std::nullopt), 1u);
+  EXPECT_EQ(rendererAnimation(paths, R"({"animations":[{"id":"d"}]})"), 2u);
+  EXPECT_EQ(rendererAnimation(paths, R"({"animations":[{"id":"gone"}]})"), 1u);
+  EXPECT_EQ(rendererAnimation(paths, "not json"), 1u);
+  EXPECT_EQ(rendererAnimation(std::vector<std::string>{"b.json"}, std::nullopt), std::nullopt);
+}

@@ -4,12 +4,12 @@
 #include "ErrorText.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/files/DotLottieFile.h>
+#include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/renderer/Limits.h>
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -34,27 +34,20 @@ void naming(const std::string& path, Action action) {
   }
 }
 
-// The shortest text that reads back as the same number of its own type.
-template <class Number>
-std::string shortest(Number value) {
-  char buffer[32];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  return std::string(buffer, result.ptr);
-}
-
 void info(const std::string& path) {
   naming(path, [&] {
     const DotLottieFile file(path);
-    std::printf("size: %s x %s\n", shortest(file.size().width).c_str(),
-                shortest(file.size().height).c_str());
+    std::printf("size: %s x %s\n", platform::shortestDecimal(file.size().width).c_str(),
+                platform::shortestDecimal(file.size().height).c_str());
     auto& loop = platform::MainLoop::shared();
     const auto animation = loop.runUntilComplete(
         DotLottieActor::load(platform::Url::fromFilePath(path), std::nullopt, std::nullopt));
     if (!animation) {
       throw std::runtime_error("cannot load the animation");
     }
-    std::printf("frames: %s\nduration: %s s\n", shortest(animation->totalFrames()).c_str(),
-                shortest(animation->duration()).c_str());
+    std::printf("frames: %s\nduration: %s s\n",
+                platform::shortestDecimal(animation->totalFrames()).c_str(),
+                platform::shortestDecimal(animation->duration()).c_str());
     loop.runUntilComplete(DotLottieActor::shared().destroy(animation));
   });
 }

@@ -81,20 +81,26 @@ void list(const std::string& archivePath) {
   });
 }
 
+Entry entryNamed(const Archive& archive, const std::string& archivePath,
+                 const std::string& entryPath) {
+  const auto entry = archive[entryPath];
+  if (!entry) {
+    throw std::runtime_error(archivePath + ": no entry " + entryPath);
+  }
+  return *entry;
+}
+
 void cat(const std::string& archivePath, const std::string& entryPath) {
   naming(archivePath, [&] {
     Archive archive(archivePath, Archive::AccessMode::read);
-    const auto entry = archive[entryPath];
-    if (!entry) {
-      throw std::runtime_error(archivePath + ": no entry " + entryPath);
-    }
-    const auto checksum = archive.extract(*entry, [](platform::ByteView chunk) {
+    const Entry entry = entryNamed(archive, archivePath, entryPath);
+    const auto checksum = archive.extract(entry, [](platform::ByteView chunk) {
       if (!chunk.empty() && std::fwrite(chunk.data(), 1, chunk.size(), stdout) != chunk.size()) {
         throw std::runtime_error("cannot write to standard output");
       }
     });
     std::fflush(stdout);
-    if (checksum != entry->checksum()) {
+    if (checksum != entry.checksum()) {
       throw ziploom::ArchiveError(ziploom::ArchiveError::Code::invalidCRC32);
     }
   });
@@ -163,13 +169,10 @@ void remove(Interruption& interruption, const std::string& archivePath,
             const std::string& entryPath) {
   naming(archivePath, [&] {
     Archive archive(archivePath, Archive::AccessMode::update);
-    const auto entry = archive[entryPath];
-    if (!entry) {
-      throw std::runtime_error(archivePath + ": no entry " + entryPath);
-    }
+    const Entry entry = entryNamed(archive, archivePath, entryPath);
     ProgressBar bar("remove");
     const auto cancelling = interruption.cancelOnSignal(bar.progress());
-    archive.remove(*entry, ziploom::defaultReadChunkSize, bar.progress());
+    archive.remove(entry, ziploom::defaultReadChunkSize, bar.progress());
   });
 }
 

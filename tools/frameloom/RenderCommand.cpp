@@ -4,6 +4,7 @@
 #include "ProgressBar.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/cache/LottieCache.h>
+#include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/graphics/ContactSheet.h>
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
@@ -51,12 +52,6 @@ std::pair<Number, Number> parsePair(const std::string& text, const char* what) {
   throw std::invalid_argument(std::string("invalid ") + what + " '" + text + "'");
 }
 
-std::string shortest(double value) {
-  char buffer[32];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  return std::string(buffer, result.ptr);
-}
-
 asio::awaitable<DotLottieActor::Animation> loadSource(const RenderOptions& options,
                                                       platform::Size size) {
   std::optional<std::vector<platform::Color>> colors;
@@ -66,7 +61,7 @@ asio::awaitable<DotLottieActor::Animation> loadSource(const RenderOptions& optio
       colors->emplace_back(c[0], c[1], c[2], c[3]);
     }
   }
-  if (options.source.starts_with("http://") || options.source.starts_with("https://")) {
+  if (platform::Url::isHttp(options.source)) {
     if (colors) {
       throw std::invalid_argument("--colors needs a local .lottie file, not a URL");
     }
@@ -87,8 +82,9 @@ std::vector<float> framesToRender(const RenderOptions& options, float totalFrame
   const float last = std::max(0.0f, totalFrames - 1);
   if (options.frame) {
     if (!std::isfinite(*options.frame) || *options.frame < 0 || *options.frame > totalFrames) {
-      throw std::invalid_argument("frame " + shortest(*options.frame) +
-                                  " is outside the animation's 0..." + shortest(totalFrames));
+      throw std::invalid_argument("frame " + platform::shortestDecimal(*options.frame) +
+                                  " is outside the animation's 0..." +
+                                  platform::shortestDecimal(totalFrames));
     }
     return {*options.frame};
   }
@@ -125,7 +121,8 @@ asio::awaitable<void> render(const RenderOptions& options) {
     for (const float frame : frames) {
       auto image = co_await DotLottieActor::shared().seek(frame, animation);
       if (!image) {
-        throw std::runtime_error("no image for frame " + shortest(frame) + " of " + options.source);
+        throw std::runtime_error("no image for frame " + platform::shortestDecimal(frame) + " of " +
+                                 options.source);
       }
       images.push_back(std::move(image));
       bar.progress()->addCompletedUnitCount(1);

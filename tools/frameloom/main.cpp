@@ -6,9 +6,10 @@
 #include "AnimationCommands.h"
 #include "ArchiveCommands.h"
 #include "CacheCommands.h"
+#include "DemoCommand.h"
 #include "ErrorText.h"
 #include "Interruption.h"
-#include "PlayCommands.h"
+#include "PlayCommand.h"
 #include "RenderCommand.h"
 #include <frameloom/Version.h>
 #include <frameloom/platform/runtime/SharedExecutor.h>
@@ -39,7 +40,8 @@ int main(int argc, char** argv) {
   frameloom::tool::addArchiveCommands(app, interruption);
   frameloom::tool::addCacheCommands(app);
   frameloom::tool::addRenderCommand(app);
-  frameloom::tool::addPlayCommands(app);
+  frameloom::tool::addPlayCommand(app);
+  frameloom::tool::addDemoCommand(app);
   app.set_version_flag("--version", std::string(FrameloomVersionString)
                                         .substr(0, std::string(FrameloomVersionString).find('\n')));
 

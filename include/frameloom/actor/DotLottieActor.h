@@ -68,7 +68,10 @@ public:
 private:
   DotLottieActor() = default;
 
-  Animation makeAnimation(const platform::Bytes& data, std::optional<platform::Size> size) const;
+  // A recoloured copy is shown with recolouring's choice of animation, so that what is shown is
+  // what was recoloured.
+  Animation makeAnimation(const platform::Bytes& data, std::optional<platform::Size> size,
+                          renderer::AnimationRule rule = renderer::AnimationRule::renderer) const;
   Animation loadFile(const platform::Url& url, std::optional<platform::Size> size,
                      const std::optional<std::vector<platform::Color>>& colors) const;
 

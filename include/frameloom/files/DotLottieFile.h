@@ -2,6 +2,7 @@
 
 #include <frameloom/files/AnimationFileError.h>
 #include <frameloom/files/ColorMap.h>
+#include <frameloom/files/LottieHead.h>
 #include <frameloom/platform/graphics/Size.h>
 
 #include <cstddef>
@@ -42,28 +43,8 @@ public:
     Code code_;
   };
 
-  // The top-level "w" and "h" of an animation JSON; every other key is ignored.
-  struct LottieHead {
-    // Why a document does not decode: it is not JSON (or not an object at the top), a key is
-    // missing, or a key's value is not a number.
-    class DecodingError : public AnimationFileError {
-    public:
-      enum class Code { notJSON, missingKey, wrongType };
-      DecodingError(Code code, std::string message);
-      Code code() const noexcept { return code_; }
-
-    private:
-      Code code_;
-    };
-
-    double w = 0;
-    double h = 0;
-
-    // Decodes strictly: the whole input must be one JSON value. UTF-16 and UTF-32 input (with or
-    // without a byte-order mark) is accepted as well as UTF-8. Reads the document as a stream,
-    // so its size and depth cost no more memory than a few numbers. Throws DecodingError.
-    static LottieHead decode(std::span<const std::uint8_t> json);
-  };
+  // The top-level "w" and "h" of an animation JSON.
+  using LottieHead = frameloom::LottieHead;
 
   // One distinct source colour of a document: its key, the first value met with that key
   // (normalised to four components) and how many colour values share it.
@@ -111,16 +92,7 @@ public:
                                        std::vector<ColorComponents> colors, int precision);
 
 private:
-  struct AnimationJSON {
-    std::string data;
-    std::string path; // as stored in the archive
-  };
-
   static platform::Size readAnimationSize(const std::filesystem::path& url);
-  static AnimationJSON readAnimationJSON(const std::filesystem::path& url);
-  static std::filesystem::path rebuildArchive(const std::filesystem::path& url,
-                                              const std::string& jsonPath,
-                                              std::string_view jsonData);
 
   platform::Size size_;
 };

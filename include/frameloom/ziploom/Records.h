@@ -22,6 +22,10 @@ namespace frameloom::ziploom {
 // (fewer at the end of the data). May throw; a throwing provider makes the parse give nothing.
 using AdditionalDataProvider = std::function<Bytes(std::size_t count)>;
 
+// The values a 32- or 16-bit field holds when the real value is in a ZIP64 record or block.
+inline constexpr std::uint32_t zip64Marker32 = 0xFFFFFFFF;
+inline constexpr std::uint16_t zip64Marker16 = 0xFFFF;
+
 // The ZIP64 extended-information extra-field block (header ID 0x0001). Absent values are 0.
 struct FRAMELOOM_ZIPLOOM_EXPORT ZIP64ExtendedInformation {
   enum class Field {

@@ -113,11 +113,6 @@ asio::awaitable<void> DotLottieActor::destroy(Animation model) {
 
 AnimationConfig DotLottieActor::configuration(std::optional<Size> size) {
   AnimationConfig config;
-  config.autoplay = false;
-  config.loop = true;
-  config.mode = renderer::Mode::forward;
-  config.speed = 1;
-  config.useFrameInterpolation = true;
   config.backgroundColor = {};
   if (size) {
     config.width = pixels(size->width);
@@ -143,8 +138,11 @@ std::int64_t DotLottieActor::pixels(double side) {
 }
 
 DotLottieActor::Animation DotLottieActor::makeAnimation(const platform::Bytes& data,
-                                                        std::optional<Size> size) const {
-  auto animation = std::make_shared<renderer::DotLottieAnimation>(data, configuration(size));
+                                                        std::optional<Size> size,
+                                                        renderer::AnimationRule rule) const {
+  AnimationConfig config = configuration(size);
+  config.animationRule = rule;
+  auto animation = std::make_shared<renderer::DotLottieAnimation>(data, std::move(config));
   if (size) {
     animation->resize(pixels(size->width), pixels(size->height));
   }
@@ -155,7 +153,8 @@ DotLottieActor::Animation
 DotLottieActor::loadFile(const Url& url, std::optional<Size> size,
                          const std::optional<std::vector<platform::Color>>& colors) const {
   Url fileToLoad = url;
-  if (colors && !colors->empty()) {
+  const bool recolouring = colors && !colors->empty();
+  if (recolouring) {
     std::vector<ColorComponents> components;
     components.reserve(colors->size());
     for (const platform::Color& color : *colors) {
@@ -168,7 +167,9 @@ DotLottieActor::loadFile(const Url& url, std::optional<Size> size,
   std::error_code error;
   if (fileToLoad.isFileUrl() && std::filesystem::exists(fileToLoad.path(), error)) {
     if (std::optional<platform::Bytes> data = readWholeFile(fileToLoad.path())) {
-      return makeAnimation(*data, size);
+      return makeAnimation(*data, size,
+                           recolouring ? renderer::AnimationRule::recolouring
+                                       : renderer::AnimationRule::renderer);
     }
   }
   platform::logLine("Failed to load .lottie data from " + fileToLoad.description());

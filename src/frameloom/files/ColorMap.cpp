@@ -1,4 +1,5 @@
 #include <frameloom/files/ColorMap.h>
+#include <frameloom/platform/core/DecimalText.h>
 
 #include <algorithm>
 #include <bit>
@@ -20,16 +21,6 @@ ColorComponents normalizedRGBA(std::span<const double> components) {
 
 namespace {
 
-void appendShortest(std::string& out, double value) {
-  char buffer[32];
-  auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
-  std::string_view text(buffer, static_cast<std::size_t>(end - buffer));
-  out += text;
-  if (std::isfinite(value) && text.find_first_of(".e") == std::string_view::npos) {
-    out += ".0";
-  }
-}
-
 double roundedComponent(double component) {
   return std::round(component * 1000) / 1000;
 }
@@ -44,7 +35,8 @@ std::string colorKey(std::span<const double> normalized) {
     if (i > 0) {
       key += ',';
     }
-    appendShortest(key, roundedComponent(component));
+    key +=
+        platform::shortestDecimal(roundedComponent(component), platform::WholeNumbers::withPoint);
   }
   return key;
 }

@@ -1,7 +1,9 @@
 #include <frameloom/files/DotLottieFile.h>
 
+#include "frameloom/files/DotLottieRecoloring.h"
 #include <frameloom/files/ColorReplacement.h>
 #include <frameloom/files/DotLottieError.h>
+#include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/renderer/Limits.h>
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Text.h>
@@ -48,8 +50,7 @@ platform::Size DotLottieFile::readAnimationSize(const std::filesystem::path& url
     }
   }
   for (const ziploom::Entry& entry : archive) {
-    const std::string path = lowercased(entry.path());
-    if (!path.starts_with("animations/") || !path.ends_with(".json")) {
+    if (!renderer::isSizeReaderAnimation(entry.path())) {
       continue;
     }
     platform::Bytes json;
@@ -87,6 +88,16 @@ std::vector<DotLottieFile::PaletteColor> DotLottieFile::palette(std::string text
     colors.push_back(PaletteColor{colorKey(entry.source), entry.source, entry.uses});
   }
   return colors;
+}
+
+std::vector<DotLottieFile::PaletteColor>
+DotLottieFile::readPalette(const std::filesystem::path& dotLottieURL) {
+  return readDotLottiePalette(dotLottieURL);
+}
+
+std::filesystem::path DotLottieFile::recolor(const std::filesystem::path& dotLottieURL,
+                                             std::vector<ColorComponents> colors, int precision) {
+  return recolorDotLottie(dotLottieURL, std::move(colors), precision);
 }
 
 } // namespace frameloom

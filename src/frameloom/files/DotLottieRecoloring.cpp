@@ -1,11 +1,10 @@
-// Recolouring a .lottie file: read its animation JSON, replace the colours, unpack the archive
-// into a work folder, put the new JSON there and pack the folder into a new archive.
+#include "frameloom/files/DotLottieRecoloring.h"
 
 #include <frameloom/files/DotLottieError.h>
-#include <frameloom/files/DotLottieFile.h>
 #include <frameloom/platform/system/Directories.h>
 #include <frameloom/platform/system/UniqueFile.h>
 #include <frameloom/platform/system/Uuid.h>
+#include <frameloom/renderer/AnimationChoice.h>
 #include <frameloom/renderer/Limits.h>
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Errors.h>
@@ -15,7 +14,6 @@
 #include "frameloom/files/CopyRegistry.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -77,16 +75,6 @@ bool isUTF8(std::string_view text) {
   return ziploom::isValidUTF8(bytesOf(text.substr(ascii)));
 }
 
-bool isAnimationJSON(const std::string& path) {
-  if (path.find("animations/") == std::string::npos || path.size() < 5) {
-    return false;
-  }
-  std::string extension = path.substr(path.size() - 5);
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return extension == ".json";
-}
-
 // Where an entry goes inside `work`: its path appended as a path component, without the
 // trailing "/" of a folder entry.
 fs::path destinationOf(const fs::path& work, std::string path) {
@@ -130,9 +118,13 @@ std::string removingAll(std::string text, const std::string& pattern) {
   return text;
 }
 
-} // namespace
+// The animation JSON of an archive and its path as stored there.
+struct AnimationJSON {
+  std::string data;
+  std::string path;
+};
 
-DotLottieFile::AnimationJSON DotLottieFile::readAnimationJSON(const fs::path& url) {
+AnimationJSON readAnimationJSON(const fs::path& url) {
   std::unique_ptr<ziploom::Archive> archive =
       ziploom::Archive::make(url, ziploom::AccessMode::read);
   if (!archive) {
@@ -140,7 +132,7 @@ DotLottieFile::AnimationJSON DotLottieFile::readAnimationJSON(const fs::path& ur
   }
   for (const ziploom::Entry& entry : *archive) {
     std::string path = entry.path();
-    if (!isAnimationJSON(path)) {
+    if (!renderer::isRecolouringAnimation(path)) {
       continue;
     }
     std::string data;
@@ -159,32 +151,10 @@ DotLottieFile::AnimationJSON DotLottieFile::readAnimationJSON(const fs::path& ur
   throw DotLottieError(DotLottieError::Code::noAnimationJSON);
 }
 
-std::vector<DotLottieFile::PaletteColor> DotLottieFile::readPalette(const fs::path& dotLottieURL) {
-  AnimationJSON json = readAnimationJSON(dotLottieURL);
-  if (!isUTF8(json.data)) {
-    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
-  }
-  return palette(std::move(json.data));
-}
-
-fs::path DotLottieFile::recolor(const fs::path& dotLottieURL, std::vector<ColorComponents> colors,
-                                int precision) {
-  if (colors.empty()) {
-    throw std::invalid_argument("DotLottieFile::recolor: the colour list is empty");
-  }
-  AnimationJSON json = readAnimationJSON(dotLottieURL);
-  if (!isUTF8(json.data)) {
-    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
-  }
-  const std::string text = replaceColors(std::move(json.data), std::move(colors), precision);
-  if (!isUTF8(text)) {
-    throw DotLottieError(DotLottieError::Code::utf8EncodeFailed);
-  }
-  return rebuildArchive(dotLottieURL, json.path, text);
-}
-
-fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& jsonPath,
-                                       std::string_view jsonData) {
+// Unpacks the archive at `url` into a fresh work folder, writes `jsonData` over the entry at
+// `jsonPath` there and packs the folder into a new archive, whose path it returns.
+fs::path rebuildArchive(const fs::path& url, const std::string& jsonPath,
+                        std::string_view jsonData) {
   std::unique_ptr<ziploom::Archive> source = ziploom::Archive::make(url, ziploom::AccessMode::read);
   if (!source) {
     throw DotLottieError(DotLottieError::Code::failedToReadOriginalArchive);
@@ -246,6 +216,33 @@ fs::path DotLottieFile::rebuildArchive(const fs::path& url, const std::string& j
   archive->addEntries(additions, ziploom::CompressionMethod::none, ziploom::defaultWriteChunkSize);
   written.keep();
   return output;
+}
+
+} // namespace
+
+std::vector<DotLottieFile::PaletteColor> readDotLottiePalette(const fs::path& dotLottieURL) {
+  AnimationJSON json = readAnimationJSON(dotLottieURL);
+  if (!isUTF8(json.data)) {
+    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
+  }
+  return DotLottieFile::palette(std::move(json.data));
+}
+
+fs::path recolorDotLottie(const fs::path& dotLottieURL, std::vector<ColorComponents> colors,
+                          int precision) {
+  if (colors.empty()) {
+    throw std::invalid_argument("DotLottieFile::recolor: the colour list is empty");
+  }
+  AnimationJSON json = readAnimationJSON(dotLottieURL);
+  if (!isUTF8(json.data)) {
+    throw DotLottieError(DotLottieError::Code::animationJSONNotUTF8);
+  }
+  const std::string text =
+      DotLottieFile::replaceColors(std::move(json.data), std::move(colors), precision);
+  if (!isUTF8(text)) {
+    throw DotLottieError(DotLottieError::Code::utf8EncodeFailed);
+  }
+  return rebuildArchive(dotLottieURL, json.path, text);
 }
 
 } // namespace frameloom

@@ -1,4 +1,4 @@
-#include <frameloom/files/DotLottieFile.h>
+#include <frameloom/files/LottieHead.h>
 
 #include <frameloom/ziploom/Text.h>
 
@@ -13,7 +13,7 @@
 namespace frameloom {
 namespace {
 
-using DecodingError = DotLottieFile::LottieHead::DecodingError;
+using DecodingError = LottieHead::DecodingError;
 
 // The encoding of JSON text told by its byte-order mark or, without one, by where the zero bytes
 // of its first (ASCII) characters fall. Nothing for UTF-8.
@@ -155,10 +155,10 @@ double fieldValue(const HeadReader::Field& field, const char* key) {
 
 } // namespace
 
-DotLottieFile::LottieHead::DecodingError::DecodingError(Code code, std::string message)
+LottieHead::DecodingError::DecodingError(Code code, std::string message)
     : AnimationFileError("animation JSON: " + message), code_(code) {}
 
-DotLottieFile::LottieHead DotLottieFile::LottieHead::decode(std::span<const std::uint8_t> json) {
+LottieHead LottieHead::decode(std::span<const std::uint8_t> json) {
   HeadReader reader;
   bool parsed = false;
   if (const auto encoding = wideEncoding(json)) {

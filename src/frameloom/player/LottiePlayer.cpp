@@ -1,11 +1,11 @@
 #include <frameloom/player/LottiePlayer.h>
 
+#include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/platform/runtime/SharedExecutor.h>
 #include <frameloom/platform/system/Log.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -19,13 +19,7 @@ constexpr float smallestDuration = 0.0001f;
 
 // The shortest text that reads back as `value`, whole numbers with one decimal ("2.0", "0.2").
 std::string describe(float value) {
-  char text[64];
-  auto end = std::to_chars(text, text + sizeof text, value).ptr;
-  std::string result(text, end);
-  if (result.find_first_of(".eninf") == std::string::npos) {
-    result += ".0";
-  }
-  return result;
+  return platform::shortestDecimal(value, platform::WholeNumbers::withPoint);
 }
 
 // Truncates toward zero into the 64-bit range; not-a-number gives 0.
@@ -45,11 +39,6 @@ void destroyDetached(std::shared_ptr<PlayerServices> services, PlayerServices::M
   };
   platform::spawnDetached(platform::sharedExecutor(),
                           destroy(std::move(services), std::move(model)));
-}
-
-bool isRemote(const platform::Url& url) {
-  const std::string& text = url.absoluteString();
-  return text.starts_with("http://") || text.starts_with("https://");
 }
 
 } // namespace
@@ -104,7 +93,7 @@ LottiePlayer::fetchAndLoad(std::shared_ptr<PlayerServices> services, platform::U
   if (!colors.empty()) {
     co_return co_await services->loadRecolored(std::move(url), size, std::move(colors));
   }
-  if (isRemote(url)) {
+  if (url.isHttp()) {
     auto bytes = co_await services->loadLottie(url);
     co_return co_await services->load(std::move(bytes), size);
   }

@@ -112,6 +112,10 @@ std::string_view Url::scheme() const {
   return std::string_view(text_).substr(0, schemeLength(text_));
 }
 
+bool Url::isHttp(std::string_view text) {
+  return text.starts_with("http://") || text.starts_with("https://");
+}
+
 bool Url::isFileUrl() const {
   return equalsIgnoringCase(scheme(), "file");
 }

@@ -35,6 +35,11 @@ public:
   // Whether the scheme is "file" (in any letter case).
   bool isFileUrl() const;
 
+  // Whether the text begins with "http://" or "https://", exactly (letter case included): the
+  // test for what is fetched through the network.
+  bool isHttp() const { return isHttp(text_); }
+  static bool isHttp(std::string_view text);
+
   // The percent-decoded path component: for a file URL, the file's path; empty when the URL
   // has none.
   std::filesystem::path path() const;

@@ -1,32 +1,23 @@
-#include "PlayCommands.h"
+#include "DemoCommand.h"
 
 #include "ColorArguments.h"
 #include "DemoAnimation.h"
-#include "ProgressBar.h"
+#include "PlayCommand.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/files/DotLottieFile.h>
+#include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/graphics/ContactSheet.h>
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
-#include <frameloom/player/LottiePlayer.h>
 #include <frameloom/ziploom/Archive.h>
 
-#include <asio/steady_timer.hpp>
-#include <asio/this_coro.hpp>
-#include <asio/use_awaitable.hpp>
-
 #include <algorithm>
-#include <charconv>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <iomanip>
 #include <iostream>
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -35,149 +26,6 @@ namespace frameloom::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
-
-// Writes every frame the player delivers as folder/frame-00001.png, ... (when there is a folder)
-// and counts them. A failed write is kept and reported once playing is over.
-class FrameWriter final : public LottiePlayerDelegate {
-public:
-  explicit FrameWriter(std::optional<fs::path> folder) : folder_(std::move(folder)) {}
-
-  void lottiePlayer(LottiePlayer&, std::shared_ptr<const platform::Image> frame) override {
-    ++delivered_;
-    if (!folder_ || failure_) {
-      return;
-    }
-    char name[32];
-    std::snprintf(name, sizeof name, "frame-%05zu.png", delivered_);
-    try {
-      platform::writePng(*frame, *folder_ / name);
-    } catch (...) {
-      failure_ = std::current_exception();
-    }
-  }
-
-  std::size_t delivered() const { return delivered_; }
-  void rethrowFailure() const {
-    if (failure_) {
-      std::rethrow_exception(failure_);
-    }
-  }
-
-private:
-  std::optional<fs::path> folder_;
-  std::size_t delivered_ = 0;
-  std::exception_ptr failure_;
-};
-
-struct PlayOptions {
-  std::string source;
-  float fps = 60;
-  double seconds = 3;
-  std::optional<float> from;
-  std::optional<fs::path> output;
-};
-
-struct PlayResult {
-  std::size_t delivered = 0;
-  double seconds = 0;
-};
-
-platform::Url sourceUrl(const std::string& source) {
-  if (source.starts_with("http://") || source.starts_with("https://")) {
-    if (auto url = platform::Url::parse(source)) {
-      return *url;
-    }
-    throw std::invalid_argument("invalid URL " + source);
-  }
-  return platform::Url::fromFilePath(source);
-}
-
-class StopOnExit {
-public:
-  explicit StopOnExit(std::shared_ptr<LottiePlayer> player) : player_(std::move(player)) {}
-  ~StopOnExit() {
-    if (player_->displayLink()->isValid()) {
-      player_->stop();
-    }
-  }
-  StopOnExit(const StopOnExit&) = delete;
-  StopOnExit& operator=(const StopOnExit&) = delete;
-
-private:
-  std::shared_ptr<LottiePlayer> player_;
-};
-
-// Loads the source into a new player, plays it for the given time on the main loop's display
-// clock and stops it.
-asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
-  if (options.output) {
-    fs::create_directories(*options.output);
-  }
-  auto writer = std::make_shared<FrameWriter>(options.output);
-  auto player = LottiePlayer::create(options.fps);
-  // The player lives until it is stopped, so it is stopped however playing ends.
-  StopOnExit stopper{player};
-  player->setDelegate(writer);
-  try {
-    co_await player->loadAnimation(sourceUrl(options.source));
-  } catch (const std::exception& error) {
-    throw std::runtime_error(options.source + ": " + error.what());
-  }
-  if (!player->isAnimationLoaded()) {
-    throw std::runtime_error("cannot load an animation from " + options.source);
-  }
-
-  const auto length =
-      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
-  ProgressBar bar("play");
-  bar.progress()->setTotalUnitCount(
-      std::chrono::duration_cast<std::chrono::milliseconds>(length).count());
-  asio::steady_timer timer(co_await asio::this_coro::executor);
-  const auto start = Clock::now();
-  if (options.from) {
-    player->play(*options.from);
-  } else {
-    player->play();
-  }
-  for (auto now = start; now - start < length; now = Clock::now()) {
-    timer.expires_at(std::min(now + std::chrono::milliseconds(100), start + length));
-    co_await timer.async_wait(asio::use_awaitable);
-    bar.progress()->setCompletedUnitCount(
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
-  }
-  player->stop();
-  const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-  writer->rethrowFailure();
-  co_return PlayResult{writer->delivered(), elapsed};
-}
-
-std::string deliveredLine(const PlayResult& result) {
-  std::ostringstream line;
-  line << "delivered " << result.delivered << " frames in " << std::fixed << std::setprecision(2)
-       << result.seconds << " s";
-  return line.str();
-}
-
-void addPlayCommand(CLI::App& app) {
-  auto options = std::make_shared<PlayOptions>();
-  auto* command = app.add_subcommand(
-      "play", "Play an animation through the player on the display clock, writing its frames");
-  command->add_option("SOURCE", options->source, "A .lottie file or an http(s) URL")->required();
-  command->add_option("--fps", options->fps, "Frames per second of the display clock (default 60)")
-      ->check(CLI::Range(1.0f, 1000.0f));
-  command->add_option("--seconds", options->seconds, "How long to play (default 3)")
-      ->check(CLI::Range(0.0, 86400.0));
-  command->add_option("--from", options->from, "Start at this time in seconds");
-  command->add_option("--output", options->output,
-                      "Folder to write the frames into as frame-00001.png, ...");
-  command->callback([options] {
-    auto result = platform::MainLoop::shared().runUntilComplete(playFor(*options));
-    std::cout << deliveredLine(result) << std::endl;
-  });
-}
-
-// The demo ---------------------------------------------------------------------------------------
 
 // The host palette the demo recolours with: teal, pink, navy, yellow, orange.
 constexpr const char* demoPalette = "#1B998B,#ED217C,#2D3047,#FFFD82,#FF9B71";
@@ -220,11 +68,6 @@ void writeFile(const fs::path& path, const platform::Bytes& bytes) {
   fs::rename(partial, path);
 }
 
-std::string shortest(double value) {
-  char text[32];
-  return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
-}
-
 // A 4 x 3 sheet of evenly spaced frames of the .lottie at `path`, rendered through the actor.
 asio::awaitable<void> writeContactSheet(const fs::path& path, const fs::path& sheet) {
   constexpr std::size_t columns = 4;
@@ -263,8 +106,8 @@ void runDemo(const fs::path& folder) {
   std::cout << "animation: " << original.string() << "\n";
 
   const DotLottieFile file(original);
-  std::cout << "size: " << shortest(file.size().width) << " x " << shortest(file.size().height)
-            << "\n";
+  std::cout << "size: " << platform::shortestDecimal(file.size().width) << " x "
+            << platform::shortestDecimal(file.size().height) << "\n";
   std::cout << "palette:\n";
   for (const auto& color : DotLottieFile::readPalette(original)) {
     std::cout << "  " << formatHexColor(color.color) << " " << color.key << " " << color.uses
@@ -293,6 +136,8 @@ void runDemo(const fs::path& folder) {
             << "\n";
 }
 
+} // namespace
+
 void addDemoCommand(CLI::App& app) {
   auto folder = std::make_shared<fs::path>("frameloom-demo");
   auto* command = app.add_subcommand(
@@ -300,13 +145,6 @@ void addDemoCommand(CLI::App& app) {
               "playing, writing the results into a folder");
   command->add_option("--output", *folder, "The folder to write into (default ./frameloom-demo)");
   command->callback([folder] { runDemo(*folder); });
-}
-
-} // namespace
-
-void addPlayCommands(CLI::App& app) {
-  addPlayCommand(app);
-  addDemoCommand(app);
 }
 
 } // namespace frameloom::tool

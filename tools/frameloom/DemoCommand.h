@@ -1,0 +1,10 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace frameloom::tool {
+
+// Registers `frameloom demo` (the bundled animation through every stage of the library).
+void addDemoCommand(CLI::App& app);
+
+} // namespace frameloom::tool
