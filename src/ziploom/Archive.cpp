@@ -92,7 +92,9 @@ std::unique_ptr<Archive> Archive::make(const std::filesystem::path& url, AccessM
                                        std::optional<TextEncoding> preferredEncoding) {
   try {
     return std::make_unique<Archive>(url, accessMode, preferredEncoding);
-  } catch (...) {
+  } catch (const ZiploomError&) {
+    return nullptr;
+  } catch (const std::filesystem::filesystem_error&) {
     return nullptr;
   }
 }
@@ -101,7 +103,9 @@ std::unique_ptr<Archive> Archive::make(Bytes data, AccessMode accessMode,
                                        std::optional<TextEncoding> preferredEncoding) {
   try {
     return std::make_unique<Archive>(std::move(data), accessMode, preferredEncoding);
-  } catch (...) {
+  } catch (const ZiploomError&) {
+    return nullptr;
+  } catch (const std::filesystem::filesystem_error&) {
     return nullptr;
   }
 }

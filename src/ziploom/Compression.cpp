@@ -123,9 +123,6 @@ std::uint32_t process(Direction direction, std::int64_t size, std::int64_t buffe
 
 } // namespace
 
-CompressionError::CompressionError(Code code, const std::string& what)
-    : std::runtime_error(what), code_(code) {}
-
 std::optional<CompressionMethod> makeCompressionMethod(std::uint16_t raw) {
   switch (raw) {
   case static_cast<std::uint16_t>(CompressionMethod::none):

@@ -62,25 +62,27 @@ const char* describe(FileError::Code code) {
 
 } // namespace
 
-ArchiveError::ArchiveError(Code code) : std::runtime_error(describe(code)), code_(code) {}
+ArchiveError::ArchiveError(Code code) : ZiploomError(describe(code)), code_(code) {}
 
 DataError::DataError(Code code)
-    : std::runtime_error(code == Code::unreadableFile ? "the file cannot be read"
-                                                      : "the file cannot be written"),
+    : ZiploomError(code == Code::unreadableFile ? "the file cannot be read"
+                                                : "the file cannot be written"),
       code_(code) {}
 
 MemoryFileError::MemoryFileError(Code code)
-    : std::runtime_error("the in-memory archive cannot be opened as a stream"), code_(code) {}
+    : ZiploomError("the in-memory archive cannot be opened as a stream"), code_(code) {}
 
 EntryError::EntryError(Code code)
-    : std::runtime_error(code == Code::missingPermissionsAttributeError
-                             ? "the permissions attribute is missing"
-                             : "the modification date attribute is missing"),
+    : ZiploomError(code == Code::missingPermissionsAttributeError
+                       ? "the permissions attribute is missing"
+                       : "the modification date attribute is missing"),
       code_(code) {}
 
 FileError::FileError(Code code, std::filesystem::path path)
-    : std::runtime_error(path.string() + ": " + describe(code)), code_(code),
-      path_(std::move(path)) {}
+    : ZiploomError(path.string() + ": " + describe(code)), code_(code), path_(std::move(path)) {}
+
+CompressionError::CompressionError(Code code, const std::string& what)
+    : ZiploomError(what), code_(code) {}
 
 void throwPOSIXError(int errorNumber, const std::filesystem::path& path) {
   throw std::filesystem::filesystem_error(std::generic_category().message(errorNumber), path,

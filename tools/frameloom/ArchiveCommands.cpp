@@ -19,18 +19,15 @@ namespace {
 using ziploom::Archive;
 using ziploom::Entry;
 
-// Ziploom's own errors say what went wrong but not where; name the archive in front.
+// Ziploom's own errors say what went wrong but not where; name the archive in front. A FileError
+// names its own path already.
 template <typename Action>
 auto naming(const std::string& archivePath, Action action) {
   try {
     return action();
-  } catch (const ziploom::ArchiveError& error) {
-    throw std::runtime_error(archivePath + ": " + error.what());
-  } catch (const ziploom::DataError& error) {
-    throw std::runtime_error(archivePath + ": " + error.what());
-  } catch (const ziploom::MemoryFileError& error) {
-    throw std::runtime_error(archivePath + ": " + error.what());
-  } catch (const ziploom::CompressionError& error) {
+  } catch (const ziploom::FileError&) {
+    throw;
+  } catch (const ziploom::ZiploomError& error) {
     throw std::runtime_error(archivePath + ": " + error.what());
   }
 }

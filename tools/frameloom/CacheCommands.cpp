@@ -20,7 +20,7 @@ void fetch(const std::string& text) {
   LottieCache::Data data;
   try {
     data = platform::MainLoop::shared().runUntilComplete(cache.loadLottie(*url));
-  } catch (const LottieCacheError& error) {
+  } catch (const CacheError& error) {
     throw std::runtime_error(text + ": " + error.what());
   }
   std::cout << data->size() << " bytes, cached at " << cache.cacheFile(*url).string() << std::endl;

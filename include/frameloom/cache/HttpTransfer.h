@@ -1,10 +1,11 @@
 #pragma once
 
+#include <frameloom/cache/CacheError.h>
+
 #include <curl/curl.h>
 
 #include <chrono>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,10 +15,10 @@ namespace frameloom {
 // many redirects, a malformed answer, a body over the size limit, a cancelled load, ... `code()`
 // is libcurl's result code; the description is libcurl's text for it followed by its detail for
 // this transfer.
-class TransferError : public std::runtime_error {
+class TransferError : public CacheError {
 public:
   TransferError(CURLcode code, const std::string& description)
-      : std::runtime_error(description), code_(code) {}
+      : CacheError(description), code_(code) {}
 
   CURLcode code() const noexcept { return code_; }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <frameloom/cache/CacheError.h>
+
 #include <exception>
 #include <memory>
 #include <string>
@@ -13,7 +15,7 @@ using ErrorCause = std::shared_ptr<const std::exception>;
 // The error LottieCache throws. Each case but `invalidData` carries the error that caused it
 // (possibly another LottieCacheError); the description is the case's prefix followed by the
 // cause's own description, so nested errors read from the outside in.
-class LottieCacheError : public std::exception {
+class LottieCacheError : public CacheError {
 public:
   enum class Code { networkError, diskWriteError, diskReadError, invalidData };
 
@@ -25,31 +27,27 @@ public:
   Code code() const noexcept { return code_; }
   // The underlying error; null for `invalidData`.
   const ErrorCause& cause() const noexcept { return cause_; }
-  const std::string& errorDescription() const noexcept { return description_; }
-  const char* what() const noexcept override { return description_.c_str(); }
+  std::string errorDescription() const { return what(); }
 
 private:
   LottieCacheError(Code code, ErrorCause cause);
 
   Code code_;
   ErrorCause cause_;
-  std::string description_;
 };
 
 // An HTTP answer that the cache does not accept: every status but 200, in the error domain
 // "HTTP" with the status as its code (0 when the answer was not an HTTP response).
-class HttpStatusError : public std::exception {
+class HttpStatusError : public CacheError {
 public:
   static constexpr const char* domain = "HTTP";
 
   explicit HttpStatusError(long statusCode);
 
   long code() const noexcept { return code_; }
-  const char* what() const noexcept override { return description_.c_str(); }
 
 private:
   long code_;
-  std::string description_;
 };
 
 } // namespace frameloom

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <stdexcept>
+#include <frameloom/files/AnimationFileError.h>
+
 #include <string>
 #include <string_view>
 
@@ -9,7 +10,7 @@ namespace frameloom {
 // A failure that recolouring a .lottie file detects itself, in the error domain "DotLottie": a
 // numbered code and its fixed message. Errors of the archive layer and the file system that it
 // does not replace by one of these pass through unchanged.
-class DotLottieError : public std::runtime_error {
+class DotLottieError : public AnimationFileError {
 public:
   enum class Code : int {
     failedToReadArchive = 1,          // "Failed to read archive"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <frameloom/files/AnimationFileError.h>
 #include <frameloom/files/ColorMap.h>
 #include <frameloom/platform/graphics/Size.h>
 
@@ -23,7 +24,7 @@ namespace frameloom {
 class DotLottieFile {
 public:
   // What the size reader refuses; the code is the case's number.
-  class DotLottiePlayerError : public std::runtime_error {
+  class DotLottiePlayerError : public AnimationFileError {
   public:
     enum class Code : int {
       containsImages = 0,
@@ -44,7 +45,7 @@ public:
   struct LottieHead {
     // Why a document does not decode: it is not JSON (or not an object at the top), a key is
     // missing, or a key's value is not a number.
-    class DecodingError : public std::runtime_error {
+    class DecodingError : public AnimationFileError {
     public:
       enum class Code { notJSON, missingKey, wrongType };
       DecodingError(Code code, std::string message);

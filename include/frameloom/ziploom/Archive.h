@@ -68,14 +68,17 @@ public:
   };
 
   // Opens the archive at `url`; `create` first writes an empty archive there and fails when
-  // something exists. `pathEncoding`, when given, decodes every entry path for lookups.
+  // something exists. `pathEncoding`, when given, decodes every entry path for lookups. Throws
+  // ZiploomError, or std::filesystem::filesystem_error when the file cannot be opened.
   Archive(const std::filesystem::path& url, AccessMode accessMode,
           std::optional<TextEncoding> pathEncoding = std::nullopt);
   // Opens an archive over `data` in memory (empty for `create`).
   Archive(Bytes data, AccessMode accessMode,
           std::optional<TextEncoding> pathEncoding = std::nullopt);
 
-  // The same, with nothing returned instead of any error.
+  // The same, with nothing returned when the archive cannot be opened (a ZiploomError or a
+  // system error, whose reason the constructors above report). Running out of memory and other
+  // faults still propagate.
   static std::unique_ptr<Archive>
   make(const std::filesystem::path& url, AccessMode accessMode,
        std::optional<TextEncoding> preferredEncoding = std::nullopt);

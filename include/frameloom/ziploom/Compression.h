@@ -1,11 +1,10 @@
 #pragma once
 
 #include <frameloom/ziploom/DataCallbacks.h>
+#include <frameloom/ziploom/Errors.h>
 
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
-#include <string>
 
 namespace frameloom::ziploom {
 
@@ -14,19 +13,6 @@ enum class CompressionMethod : std::uint16_t { none = 0, deflate = 8 };
 
 // The method for a raw ZIP method number, or nothing for a method this library does not handle.
 std::optional<CompressionMethod> makeCompressionMethod(std::uint16_t raw);
-
-// Raised by compress and decompress when the deflate stream cannot be set up (invalidStream) or
-// when processing reports an error, such as corrupt or truncated compressed data (corruptedData).
-class CompressionError : public std::runtime_error {
-public:
-  enum class Code { invalidStream, corruptedData };
-
-  CompressionError(Code code, const std::string& what);
-  Code code() const { return code_; }
-
-private:
-  Code code_;
-};
 
 // The ZIP CRC-32 of `bytes`, continued from `checksum` (0 starts a new checksum). Any length.
 std::uint32_t crc32(ByteView bytes, std::uint32_t checksum = 0);

@@ -4,12 +4,20 @@
 #include <stdexcept>
 #include <string>
 
-// Ziploom's error types. Each carries a code so that callers can tell every case apart, and a
-// one-line message. Failures of system calls are std::filesystem::filesystem_error (errno and
-// path), made by throwPOSIXError.
+// Every error Ziploom raises itself, in one place. Each type carries a code so that callers can
+// tell every case apart, and a one-line message; all derive from ZiploomError, so one catch takes
+// them all. Failures of system calls are std::filesystem::filesystem_error (errno and path), made
+// by throwPOSIXError.
 namespace frameloom::ziploom {
 
-class ArchiveError : public std::runtime_error {
+// The base of every Ziploom error.
+class ZiploomError : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
+// What an archive operation refuses or cannot do.
+class ArchiveError : public ZiploomError {
 public:
   enum class Code {
     unreadableArchive,
@@ -36,7 +44,7 @@ private:
 };
 
 // Reading from or writing to a stream failed.
-class DataError : public std::runtime_error {
+class DataError : public ZiploomError {
 public:
   enum class Code { unreadableFile, unwritableFile };
   explicit DataError(Code code);
@@ -47,7 +55,7 @@ private:
 };
 
 // The C library could not present an in-memory archive as a stream.
-class MemoryFileError : public std::runtime_error {
+class MemoryFileError : public ZiploomError {
 public:
   enum class Code { invalidMemoryFile };
   explicit MemoryFileError(Code code = Code::invalidMemoryFile);
@@ -58,7 +66,7 @@ private:
 };
 
 // A file attribute needed for a symbolic link is missing.
-class EntryError : public std::runtime_error {
+class EntryError : public ZiploomError {
 public:
   enum class Code { missingPermissionsAttributeError, missingModificationDateAttributeError };
   explicit EntryError(Code code);
@@ -69,7 +77,7 @@ private:
 };
 
 // A file-system condition detected before any system call fails, with the path involved.
-class FileError : public std::runtime_error {
+class FileError : public ZiploomError {
 public:
   enum class Code {
     fileReadNoSuchFile,
@@ -85,6 +93,19 @@ public:
 private:
   Code code_;
   std::filesystem::path path_;
+};
+
+// Raised by compress and decompress when the deflate stream cannot be set up (invalidStream) or
+// when processing reports an error, such as corrupt or truncated compressed data (corruptedData).
+class CompressionError : public ZiploomError {
+public:
+  enum class Code { invalidStream, corruptedData };
+
+  CompressionError(Code code, const std::string& what);
+  Code code() const noexcept { return code_; }
+
+private:
+  Code code_;
 };
 
 // Throws std::filesystem::filesystem_error for the error number and path.

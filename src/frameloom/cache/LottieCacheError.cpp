@@ -17,13 +17,17 @@ const char* prefixOf(LottieCacheError::Code code) {
   return "";
 }
 
+std::string describe(LottieCacheError::Code code, const ErrorCause& cause) {
+  if (code == LottieCacheError::Code::invalidData) {
+    return "Invalid or corrupted data received";
+  }
+  return prefixOf(code) + std::string(cause ? cause->what() : "");
+}
+
 } // namespace
 
 LottieCacheError::LottieCacheError(Code code, ErrorCause cause)
-    : code_(code), cause_(std::move(cause)),
-      description_(code == Code::invalidData
-                       ? "Invalid or corrupted data received"
-                       : prefixOf(code) + std::string(cause_ ? cause_->what() : "")) {}
+    : CacheError(describe(code, cause)), code_(code), cause_(std::move(cause)) {}
 
 LottieCacheError LottieCacheError::networkError(ErrorCause cause) {
   return {Code::networkError, std::move(cause)};
@@ -42,7 +46,8 @@ LottieCacheError LottieCacheError::invalidData() {
 }
 
 HttpStatusError::HttpStatusError(long statusCode)
-    : code_(statusCode), description_("The operation couldn't be completed. (HTTP error " +
-                                      std::to_string(statusCode) + ".)") {}
+    : CacheError("The operation couldn't be completed. (HTTP error " + std::to_string(statusCode) +
+                 ".)"),
+      code_(statusCode) {}
 
 } // namespace frameloom

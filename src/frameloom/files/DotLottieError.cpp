@@ -25,9 +25,9 @@ std::string messageFor(DotLottieError::Code code) {
 
 } // namespace
 
-DotLottieError::DotLottieError(Code code) : std::runtime_error(messageFor(code)), code_(code) {}
+DotLottieError::DotLottieError(Code code) : AnimationFileError(messageFor(code)), code_(code) {}
 
 DotLottieError::DotLottieError(Code code, std::string_view detail)
-    : std::runtime_error(messageFor(code) + ": " + std::string(detail)), code_(code) {}
+    : AnimationFileError(messageFor(code) + ": " + std::string(detail)), code_(code) {}
 
 } // namespace frameloom

@@ -31,7 +31,7 @@ const char* playerErrorMessage(DotLottieFile::DotLottiePlayerError::Code code) {
 } // namespace
 
 DotLottieFile::DotLottiePlayerError::DotLottiePlayerError(Code code)
-    : std::runtime_error(playerErrorMessage(code)), code_(code) {}
+    : AnimationFileError(playerErrorMessage(code)), code_(code) {}
 
 DotLottieFile::DotLottieFile(const std::filesystem::path& dotLottieURL)
     : size_(readAnimationSize(dotLottieURL)) {}

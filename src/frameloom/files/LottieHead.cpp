@@ -156,7 +156,7 @@ double fieldValue(const HeadReader::Field& field, const char* key) {
 } // namespace
 
 DotLottieFile::LottieHead::DecodingError::DecodingError(Code code, std::string message)
-    : std::runtime_error("animation JSON: " + message), code_(code) {}
+    : AnimationFileError("animation JSON: " + message), code_(code) {}
 
 DotLottieFile::LottieHead DotLottieFile::LottieHead::decode(std::span<const std::uint8_t> json) {
   HeadReader reader;

@@ -1,20 +1,20 @@
 #pragma once
 
+#include <frameloom/platform/graphics/GraphicsError.h>
 #include <frameloom/platform/graphics/Image.h>
 
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <vector>
 
 namespace frameloom::platform {
 
 // Thrown when libpng cannot encode or decode, or when a PNG file cannot be written or read.
-class PngError : public std::runtime_error {
+class PngError : public GraphicsError {
 public:
-  using std::runtime_error::runtime_error;
+  using GraphicsError::GraphicsError;
 };
 
 // PNG encoding and decoding through libpng. The file holds 8-bit straight-alpha RGBA; images in

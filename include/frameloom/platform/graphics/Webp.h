@@ -1,20 +1,20 @@
 #pragma once
 
+#include <frameloom/platform/graphics/GraphicsError.h>
 #include <frameloom/platform/graphics/Image.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <stdexcept>
 
 namespace frameloom::platform {
 
 // Thrown when bytes are not a WebP picture libwebp can decode, or when the picture is larger
 // than the caller allows.
-class WebpError : public std::runtime_error {
+class WebpError : public GraphicsError {
 public:
-  using std::runtime_error::runtime_error;
+  using GraphicsError::GraphicsError;
 };
 
 // Whether the bytes begin like a WebP file (a RIFF container of form WEBP).
