@@ -411,5 +411,17 @@ TEST_F(LottieCacheTest, ProcessesShareTheFolderAndLinksAreNeverFollowed) {
   ::unsetenv("XDG_CACHE_HOME");
 }
 
+// play --seconds bounds the whole command, load included: a trickling download is cancelled.
+TEST_F(LottieCacheTest, ToolPlayEndsOnTimeWhileItsDownloadTrickles) {
+  fs::create_directories(folder);
+  ::setenv("XDG_CACHE_HOME", folder.c_str(), 1);
+  const std::string from = server->url("/trickle/play.lottie");
+  const testing::ToolRun play = testing::runTool("play '" + from + "' --seconds 0.5", folder);
+  EXPECT_EQ(play.status, 1);
+  EXPECT_EQ(play.err, "frameloom: " + from + ": not loaded within 0.5 s\n");
+  eventually([] { return count("/open") == 0; });
+  ::unsetenv("XDG_CACHE_HOME");
+}
+
 } // namespace
 } // namespace frameloom
