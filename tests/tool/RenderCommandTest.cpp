@@ -78,6 +78,8 @@ TEST_F(RenderCommand, FailuresExplainThemselvesAndWriteNothing) {
     EXPECT_EQ(bad.status, 1) << arguments;
     EXPECT_TRUE(bad.err.starts_with("frameloom: ")) << bad.err;
   }
+  // Not a regular file: refused before a byte is read (reading would never end).
+  EXPECT_EQ(run("render /dev/zero --output out.png").err, "frameloom: cannot load /dev/zero\n");
   EXPECT_EQ(run("render in.lottie --frame 1 --sheet 2x2 --output out.png").status, 2);
   EXPECT_FALSE(std::filesystem::exists(folder / "out.png"));
 }

@@ -5,6 +5,10 @@
 #include <frameloom/platform/runtime/Cancellation.h>
 #include <frameloom/platform/system/UniqueFile.h>
 
+#include "renderer/RenderBudget.h"
+
+#include <sys/stat.h>
+
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -19,15 +23,21 @@ using renderer::AnimationConfig;
 
 namespace {
 
-// The file's bytes, or none when it cannot be opened or read (a folder, say).
+// The file's bytes; nullopt when it cannot be read, is not a regular file (a folder, say) or is
+// larger than the renderer would take (known before reading, and enforced should it grow).
 std::optional<platform::Bytes> readWholeFile(const std::filesystem::path& path) {
   const platform::UniqueFile file(std::fopen(path.c_str(), "rb"));
-  if (!file) {
+  struct stat attributes {};
+  if (!file || ::fstat(::fileno(file.get()), &attributes) != 0 || !S_ISREG(attributes.st_mode) ||
+      static_cast<std::uint64_t>(attributes.st_size) > renderer::maxSourceBytes) {
     return std::nullopt;
   }
   platform::Bytes data;
   std::uint8_t chunk[65536];
   while (const std::size_t count = std::fread(chunk, 1, sizeof chunk, file.get())) {
+    if (data.size() + count > renderer::maxSourceBytes) {
+      return std::nullopt;
+    }
     data.insert(data.end(), chunk, chunk + count);
   }
   if (std::ferror(file.get())) {
