@@ -1,9 +1,11 @@
+#include "../player/RequestRecorder.h"
 #include "TestHttpServer.h"
 #include "frameloom/cache/CacheFolder.h"
 #include "frameloom/cache/CacheKey.h"
 #include "frameloom/cache/MemoryCache.h"
 #include "support/TemporaryFolder.h"
 #include "support/ToolRun.h"
+#include <frameloom/cache/HttpClient.h>
 #include <frameloom/cache/LottieCache.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/platform/runtime/SharedExecutor.h>
@@ -16,6 +18,7 @@
 #include <array>
 #include <fstream>
 #include <future>
+#include <iterator>
 #include <set>
 #include <thread>
 
@@ -109,21 +112,34 @@ void eventually(const std::function<bool()>& condition) {
 
 class LottieCacheTest : public ::testing::Test {
 protected:
-  static void SetUpTestSuite() { server = std::make_unique<testing::TestHttpServer>(); }
-  static void TearDownTestSuite() { server.reset(); }
+  static void SetUpTestSuite() {
+    server = std::make_unique<testing::TestHttpServer>();
+    client = std::make_unique<HttpClient>();
+  }
+  static void TearDownTestSuite() {
+    client.reset();
+    server.reset();
+  }
 
   std::unique_ptr<LottieCache> makeCache() {
     return std::make_unique<LottieCache>(
-        folder,
-        TransferLimits{.stallTimeout = std::chrono::milliseconds(500), .maxBodySize = 1'000'000});
+        folder, TransferLimits{.stallTimeout = std::chrono::milliseconds(500),
+                               .minimumRate = 1000,
+                               .rateWindow = std::chrono::seconds(1),
+                               .maxBodySize = 1'000'000});
   }
   static Url url(const std::string& path) { return *Url::parse(server->url(path)); }
   static LottieCache::Data load(LottieCache& cache, const Url& from) {
     return MainLoop::shared().runUntilComplete(cache.loadLottie(from));
   }
-  static int requestsServed() {
-    auto answer = HttpTransfer(TransferLimits{}).get(server->url("/requests")).body;
+  // The number the test server answers at `path` ("/requests", "/open").
+  static int count(const std::string& path) {
+    auto answer = MainLoop::shared().runUntilComplete(client->get(server->url(path), {})).body;
     return std::stoi(std::string(answer.begin(), answer.end()));
+  }
+  static int requestsServed() { return count("/requests"); }
+  static std::string text(const LottieCache::Data& data) {
+    return std::string(data->begin(), data->end());
   }
   // A file of `size` bytes that takes no disk space; made after a pause for a later date.
   void makeSparseFile(const std::string& name, std::int64_t size) {
@@ -143,6 +159,7 @@ protected:
   const testing::TemporaryFolder temporary;
   // Made by the cache itself.
   const fs::path folder = temporary / "cache";
+  static inline std::unique_ptr<HttpClient> client;
 };
 
 TEST_F(LottieCacheTest, StoresUnderTheKeyHitsMemoryAndDiskAndClears) {
@@ -197,7 +214,10 @@ TEST_F(LottieCacheTest, FailuresNestTheirCausesAndStoreNothing) {
       {url("/redirect/11"), 47, "Number of redirects"},
       {url("/redirect-to?ftp://127.0.0.1/a"), 1, "Unsup"},
       {url("/drop"), 18, "Transferred a partial file"},
-      {url("/slow"), 28, "Timeout was reached"},
+      {url("/reset"), 56, "Failure when receiving data"},
+      {url("/slow"), 28, "Timeout was reached: nothing received for 500 ms"},
+      {url("/trickle"), 28, "Timeout was reached: fewer than 1000 bytes per second"},
+      {url("/slow-headers"), 28, "Timeout was reached: "}, // lines never complete: no progress
       {url("/bytes/1000001"), 63, "Maximum file size"},
       {*Url::parse("http://127.0.0.1:1/"), 7, "Could"},
   };
@@ -288,6 +308,130 @@ TEST_F(LottieCacheTest, ToolFetchesThroughTheDiskCacheAndClearsIt) {
               ::testing::StartsWith("frameloom: http://127.0.0.1:1/a: Network error: "));
   EXPECT_EQ(testing::runTool("cache clear", folder).status, 0);
   EXPECT_TRUE(fs::is_empty(folder / "LottieCache"));
+  ::unsetenv("XDG_CACHE_HOME");
+}
+
+// Two long URLs that differ only where the key does not look: each gets its own bytes, from
+// memory, from the folder and after a restart.
+TEST_F(LottieCacheTest, UrlsSharingAKeyNeverGetEachOthersBytes) {
+  const std::string padding(150, 'p');
+  const Url alice = url("/echo/abcdefghij/user=alice" + padding);
+  const Url mallory = url("/echo/abcdefghij/user=mallo" + padding);
+  ASSERT_EQ(cacheKey(alice.absoluteString()), cacheKey(mallory.absoluteString()));
+  auto path = [](const Url& from) {
+    const std::string url = from.absoluteString();
+    return url.substr(url.find("/echo/"));
+  };
+  const int requests = requestsServed();
+  auto cache = makeCache();
+  EXPECT_EQ(text(load(*cache, alice)), path(alice));
+  EXPECT_EQ(text(load(*cache, mallory)), path(mallory)); // replaces alice's file
+  EXPECT_EQ(text(load(*cache, alice)), path(alice));     // from memory
+  cache = makeCache();
+  EXPECT_EQ(text(load(*cache, alice)), path(alice)); // the file is mallory's: downloaded again
+  cache = makeCache();
+  EXPECT_EQ(text(load(*cache, alice)), path(alice)); // the file is alice's now
+  EXPECT_EQ(requestsServed(), requests + 4);
+  std::ifstream file(cache->cacheFile(alice), std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), path(alice)); // the body only
+}
+
+// A player on the real clock keeps receiving frames while 16 downloads wait on servers that stall
+// or trickle; cancelling the loads ends their transfers.
+TEST_F(LottieCacheTest, FramesKeepComingWhileDownloadsWaitAndCancellingEndsThem) {
+  auto cache = std::make_unique<LottieCache>(folder); // stalls and trickles last a minute
+  std::vector<platform::Task<LottieCache::Data>> loads;
+  for (int i = 0; i < 16; ++i) {
+    const Url from = url((i % 2 ? "/slow/" : "/trickle/") + std::to_string(i));
+    loads.push_back(platform::spawn(MainLoop::shared().executor(), cache->loadLottie(from)));
+  }
+  while (count("/open") < 16) {
+    MainLoop::shared().runFor(std::chrono::milliseconds(20));
+  }
+  auto recorder = std::make_shared<testing::RequestRecorder>();
+  auto player = LottiePlayer::create(30, recorder, platform::DisplayLink::Clock::mainLoop);
+  player->setDelegate(recorder);
+  const auto asset = fs::path(FRAMELOOM_SOURCE_DIR) / "assets/demo-animation.json";
+  MainLoop::shared().runUntilComplete(player->loadAnimation(Url::fromFilePath(asset)));
+  player->play();
+  while (recorder->deliveries.size() < 15) {
+    MainLoop::shared().runFor(std::chrono::milliseconds(20));
+  }
+  player->stop();
+  EXPECT_EQ(count("/open"), 16); // every transfer still waiting while the frames came
+
+  for (const auto& load : loads) {
+    load.cancel();
+  }
+  for (const auto& load : loads) {
+    try {
+      MainLoop::shared().runUntilComplete(load.value());
+      ADD_FAILURE() << "loaded";
+    } catch (const LottieCacheError& error) {
+      EXPECT_EQ(nesting(error), "network(transfer 42)");
+    }
+  }
+  eventually([] { return count("/open") == 0; });
+}
+
+// Processes sharing the folder: others' files in flight are neither counted nor deleted, and
+// neither a trim nor a wipe follows a symbolic link out of the folder.
+TEST_F(LottieCacheTest, ProcessesShareTheFolderAndLinksAreNeverFollowed) {
+  const fs::path cacheFolder = folder / "LottieCache";
+  const fs::path outside = folder / "outside";
+  fs::create_directories(cacheFolder);
+  fs::create_directories(outside);
+  std::ofstream(outside / "keep") << "keep";
+  fs::create_symlink(outside / "keep", cacheFolder / "file-link");
+  fs::create_directory_symlink(outside, cacheFolder / "folder-link");
+  // Another process's download in flight, large enough that a trim counting it would delete it.
+  const fs::path inFlight = cacheFolder / ".1234.AbCdEf";
+  std::ofstream(inFlight).close();
+  fs::resize_file(inFlight, 300 * 1024 * 1024);
+  ::setenv("XDG_CACHE_HOME", folder.c_str(), 1);
+
+  const std::string from = server->url("/bytes/3000000/shared.lottie");
+  std::vector<std::future<testing::ToolRun>> runs;
+  for (int i = 0; i < 4; ++i) {
+    const fs::path workFolder = folder / ("run" + std::to_string(i));
+    fs::create_directories(workFolder);
+    runs.push_back(std::async(std::launch::async, [from, workFolder] {
+      return testing::runTool("fetch '" + from + "'", workFolder);
+    }));
+  }
+  for (auto& run : runs) {
+    const testing::ToolRun result = run.get();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, ::testing::StartsWith("3000000 bytes, cached at "));
+  }
+  EXPECT_TRUE(fs::exists(inFlight));
+
+  EXPECT_EQ(testing::runTool("cache clear", folder).status, 0);
+  std::set<std::string> left;
+  for (const auto& entry : fs::directory_iterator(cacheFolder)) {
+    left.insert(entry.path().filename());
+  }
+  EXPECT_THAT(left, ElementsAre(inFlight.filename()));
+  EXPECT_TRUE(fs::exists(outside / "keep"));
+
+  fs::remove_all(cacheFolder); // a cache folder that is a link to another folder
+  fs::create_directory_symlink(outside, cacheFolder);
+  const testing::ToolRun clear = testing::runTool("cache clear", folder);
+  EXPECT_NE(clear.status, 0);
+  EXPECT_THAT(clear.err, ::testing::HasSubstr("Too many levels of symbolic links"));
+  EXPECT_TRUE(fs::exists(outside / "keep"));
+  ::unsetenv("XDG_CACHE_HOME");
+}
+
+// play --seconds bounds the whole command, load included: a trickling download is cancelled.
+TEST_F(LottieCacheTest, ToolPlayEndsOnTimeWhileItsDownloadTrickles) {
+  fs::create_directories(folder);
+  ::setenv("XDG_CACHE_HOME", folder.c_str(), 1);
+  const std::string from = server->url("/trickle/play.lottie");
+  const testing::ToolRun play = testing::runTool("play '" + from + "' --seconds 0.5", folder);
+  EXPECT_EQ(play.status, 1);
+  EXPECT_EQ(play.err, "frameloom: " + from + ": not loaded within 0.5 s\n");
+  eventually([] { return count("/open") == 0; });
   ::unsetenv("XDG_CACHE_HOME");
 }
 

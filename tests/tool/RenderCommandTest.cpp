@@ -69,11 +69,16 @@ TEST_F(RenderCommand, FailuresExplainThemselvesAndWriteNothing) {
   const ToolRun frame = run("render in.lottie --frame 61 --output out.png");
   EXPECT_EQ(std::pair(frame.status, frame.err),
             std::pair(1, std::string("frameloom: frame 61 is outside the animation's 0...60\n")));
-  for (const char* arguments : {"--size 0x10", "--sheet 0x3", "--colors red"}) {
+  // The last two are refused before any frame is rendered: too wide, too many pixels.
+  for (const char* arguments :
+       {"--size 0x10", "--sheet 0x3", "--colors red", "--size 4000x4000 --sheet 100x100",
+        "--size 2000x2000 --sheet 8x8"}) {
     const ToolRun bad = run("render in.lottie " + std::string(arguments) + " --output out.png");
     EXPECT_EQ(bad.status, 1) << arguments;
     EXPECT_TRUE(bad.err.starts_with("frameloom: ")) << bad.err;
   }
+  // Not a regular file: refused before a byte is read (reading would never end).
+  EXPECT_EQ(run("render /dev/zero --output out.png").err, "frameloom: cannot load /dev/zero\n");
   EXPECT_EQ(run("render in.lottie --frame 1 --sheet 2x2 --output out.png").status, 2);
   EXPECT_FALSE(std::filesystem::exists(folder / "out.png"));
 }

@@ -3,6 +3,7 @@
 #include "ProgressBar.h"
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
+#include <frameloom/platform/runtime/Task.h>
 #include <frameloom/player/LottiePlayer.h>
 
 #include <asio/steady_timer.hpp>
@@ -88,6 +89,18 @@ private:
   std::shared_ptr<LottiePlayer> player_;
 };
 
+// Loads `url` into `player`, then clears `loading`; a failure is left in the task.
+asio::awaitable<void> loadAndMark(std::shared_ptr<LottiePlayer> player, platform::Url url,
+                                  std::shared_ptr<bool> loading) {
+  try {
+    co_await player->loadAnimation(std::move(url));
+  } catch (...) {
+    *loading = false;
+    throw;
+  }
+  *loading = false;
+}
+
 } // namespace
 
 asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
@@ -99,8 +112,27 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
   // The player lives until it is stopped, so it is stopped however playing ends.
   StopOnExit stopper{player};
   player->setDelegate(writer);
+  // The load counts against the time: one that outlasts it is cancelled (a download ends at once)
+  // and fails the command.
+  const auto length =
+      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
+  const auto deadline = Clock::now() + length;
+  asio::steady_timer timer(co_await asio::this_coro::executor);
+  auto loading = std::make_shared<bool>(true);
+  const auto load = platform::spawn(platform::MainLoop::shared().executor(),
+                                    loadAndMark(player, sourceUrl(options.source), loading));
+  while (*loading && Clock::now() < deadline) {
+    timer.expires_at(std::min(Clock::now() + std::chrono::milliseconds(20), deadline));
+    co_await timer.async_wait(asio::use_awaitable);
+  }
+  if (*loading) {
+    load.cancel();
+    std::ostringstream message;
+    message << options.source << ": not loaded within " << options.seconds << " s";
+    throw std::runtime_error(message.str());
+  }
   try {
-    co_await player->loadAnimation(sourceUrl(options.source));
+    co_await load.value();
   } catch (const std::exception& error) {
     throw std::runtime_error(options.source + ": " + error.what());
   }
@@ -108,13 +140,10 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
     throw std::runtime_error("cannot load an animation from " + options.source);
   }
 
-  const auto length =
-      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
   ProgressBar bar("play");
   bar.progress()->setTotalUnitCount(
       std::chrono::duration_cast<std::chrono::milliseconds>(length).count());
-  asio::steady_timer timer(co_await asio::this_coro::executor);
-  const auto start = Clock::now();
+  const auto start = deadline - length;
   if (options.from) {
     player->play(*options.from);
   } else {

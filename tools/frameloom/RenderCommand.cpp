@@ -103,11 +103,33 @@ std::vector<float> framesToRender(const RenderOptions& options, float totalFrame
   return frames;
 }
 
+// Refuses a sheet that could not be drawn before any frame is rendered for it. Its frames are all
+// held until it is drawn, and it holds as many pixels again: the pixel bound keeps each of the
+// two under 256 MiB.
+void checkSheetSize(const RenderOptions& options, double width, double height) {
+  constexpr double maxSheetPixels = 64.0 * 1024 * 1024;
+  if (options.sheet.empty()) {
+    return;
+  }
+  const auto [columns, rows] = parsePair<std::size_t>(options.sheet, "sheet");
+  const double sheetWidth = static_cast<double>(columns) * std::ceil(width);
+  const double sheetHeight = static_cast<double>(rows) * std::ceil(height);
+  if (sheetWidth > platform::Image::maxDimension || sheetHeight > platform::Image::maxDimension) {
+    throw std::invalid_argument("a " + options.sheet + " sheet of " + options.size +
+                                " frames is beyond 16384 pixels on a side");
+  }
+  if (sheetWidth * sheetHeight > maxSheetPixels) {
+    throw std::invalid_argument("a " + options.sheet + " sheet of " + options.size +
+                                " frames is beyond 67108864 pixels");
+  }
+}
+
 asio::awaitable<void> render(const RenderOptions& options) {
   const auto [width, height] = parsePair<double>(options.size, "size");
   if (width >= platform::Image::maxDimension + 1 || height >= platform::Image::maxDimension + 1) {
     throw std::invalid_argument("size " + options.size + " is beyond 16384 pixels on a side");
   }
+  checkSheetSize(options, width, height);
   DotLottieActor::Animation animation = co_await loadSource(options, {width, height});
   if (!animation) {
     throw std::runtime_error("cannot load " + options.source);

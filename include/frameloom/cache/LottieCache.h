@@ -1,6 +1,7 @@
 #pragma once
 
 #include <frameloom/cache/CacheFolder.h>
+#include <frameloom/cache/HttpClient.h>
 #include <frameloom/cache/HttpTransfer.h>
 #include <frameloom/cache/LottieCacheError.h>
 #include <frameloom/cache/MemoryCache.h>
@@ -13,21 +14,24 @@
 #include <filesystem>
 #include <frameloom/platform/Export.h>
 #include <memory>
-#include <variant>
 #include <vector>
 
 namespace frameloom {
 
-// Fetches the bytes of .lottie files by URL through two levels: a memory level bounded by 100
-// entries and 52,428,800 bytes, and a folder with one file per URL, named by the URL's cache key,
-// that survives the process. A miss of both is one HTTP GET; only status 200 with a non-empty
-// body is accepted and stored. The folder is trimmed to 104,857,600 bytes when the cache is made
-// and after any download that takes it past 209,715,200 bytes.
+// Fetches the bytes of .lottie files by URL through two levels: a memory level by full URL bounded
+// by 100 entries and 52,428,800 bytes, and a folder with one file per URL, named by the URL's
+// cache key and marked with the URL, that survives the process. A file marked with another URL
+// is a miss. A miss of both is one HTTP GET; only status 200 with a non-empty body is accepted
+// and stored. The folder is trimmed to 104,857,600 bytes when the cache is made and after any
+// download that takes it past 209,715,200 bytes.
 //
 // Thread-safe without a lock of its own: loads, trims and wipes may run at once from any thread.
-// Disk and network work runs on the shared executor; a memory hit completes on the caller's
-// executor without touching the file system. Trims and wipes started by the cache run as detached
-// tasks and report nothing. A low-memory signal empties the memory level.
+// Disk work runs on the shared executor, in short steps; transfers wait on the cache's own network
+// thread and hold no worker, so a slow server never keeps other work of the process (the actor's
+// rendering among it) from running. A memory hit completes on the caller's executor without
+// touching the file system. Cancelling the task that awaits a load ends its transfer. Trims and
+// wipes started by the cache run as detached tasks and report nothing. A low-memory signal
+// empties the memory level.
 class FRAMELOOM_EXPORT LottieCache {
 public:
   // Shared immutable bytes: a hit hands out the cached buffer itself, never a copy.
@@ -72,18 +76,13 @@ public:
   std::filesystem::path cacheFile(const platform::Url& url) const;
 
 private:
-  // What the shared executor hands back to a load: the bytes or the error, thrown on the caller's
-  // side so that no exception object is shared between threads.
-  using Outcome = std::variant<Data, LottieCacheError>;
-
-  asio::awaitable<Outcome> loadFromDiskOrNetwork(platform::Url from, std::string key);
-  Data readFromDisk(const std::string& key);
-  Data downloadAndCache(const platform::Url& from, const std::string& key);
+  asio::awaitable<Data> download(const std::string& url);
   void handleMemoryWarning();
 
   MemoryCache memoryCache_{maxMemoryCount, maxMemorySize};
   const CacheFolder folder_;
   const TransferLimits limits_;
+  HttpClient client_;
   platform::LowMemorySignal::Subscription memoryWarnings_;
 };
 

@@ -10,9 +10,14 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <variant>
 
 namespace frameloom {
 namespace {
+
+// What the shared executor hands back to a load: the bytes (null for a miss) or the error,
+// thrown on the caller's side so that no exception object is shared between threads.
+using Outcome = std::variant<LottieCache::Data, LottieCacheError>;
 
 // The folder work below runs as separate coroutines over a copy of the folder, so that a
 // background trim or wipe never refers to the cache object that started it.
@@ -37,6 +42,42 @@ bool isHttpScheme(std::string_view scheme) {
   return lower == "http" || lower == "https";
 }
 
+asio::awaitable<Outcome> readFromDisk(CacheFolder folder, std::string key, std::string url) {
+  try {
+    auto bytes = folder.read(key, url);
+    co_return bytes ? std::make_shared<const std::vector<std::uint8_t>>(std::move(*bytes))
+                    : LottieCache::Data();
+  } catch (const std::system_error& error) {
+    co_return LottieCacheError::diskReadError(std::make_shared<std::system_error>(error));
+  }
+}
+
+// Every failure after the transfer itself is wrapped once more in networkError.
+LottieCacheError wrapped(LottieCacheError error) {
+  return LottieCacheError::networkError(std::make_shared<LottieCacheError>(std::move(error)));
+}
+
+// Stores a downloaded body and starts a trim when the folder has grown past its limit.
+asio::awaitable<Outcome> writeToDisk(CacheFolder folder, std::string key, std::string url,
+                                     LottieCache::Data data) {
+  try {
+    folder.write(key, url, *data);
+  } catch (const std::system_error& error) {
+    co_return wrapped(LottieCacheError::diskWriteError(std::make_shared<std::system_error>(error)));
+  }
+  if (folder.size() > LottieCache::maxDiskSize) {
+    platform::spawnDetached(platform::sharedExecutor(), trim(folder));
+  }
+  co_return data;
+}
+
+LottieCache::Data valueOf(Outcome outcome) {
+  if (const auto* error = std::get_if<LottieCacheError>(&outcome)) {
+    throw *error;
+  }
+  return std::get<LottieCache::Data>(std::move(outcome));
+}
+
 } // namespace
 
 LottieCache& LottieCache::shared() {
@@ -48,7 +89,6 @@ LottieCache& LottieCache::shared() {
 
 LottieCache::LottieCache(std::filesystem::path cacheFolder, TransferLimits limits)
     : folder_(std::move(cacheFolder)), limits_(limits) {
-  HttpTransfer::initialiseLibrary();
   folder_.create();
   memoryWarnings_ =
       platform::LowMemorySignal::shared().subscribe([this] { handleMemoryWarning(); });
@@ -58,57 +98,33 @@ LottieCache::LottieCache(std::filesystem::path cacheFolder, TransferLimits limit
 LottieCache::~LottieCache() = default;
 
 asio::awaitable<LottieCache::Data> LottieCache::loadLottie(platform::Url from) {
-  std::string key = cacheKey(from.absoluteString());
-  if (Data cached = memoryCache_.object(key)) {
+  std::string url = from.absoluteString();
+  if (Data cached = memoryCache_.object(url)) {
     co_return cached;
   }
-  Outcome outcome = co_await platform::runOn(
-      platform::sharedExecutor(), loadFromDiskOrNetwork(std::move(from), std::move(key)));
-  if (const auto* error = std::get_if<LottieCacheError>(&outcome)) {
-    throw *error;
+  std::string key = cacheKey(url);
+  Outcome read =
+      co_await platform::runOn(platform::sharedExecutor(), readFromDisk(folder_, key, url));
+  Data data = valueOf(std::move(read));
+  if (!data) {
+    data = co_await download(url);
+    Outcome written =
+        co_await platform::runOn(platform::sharedExecutor(), writeToDisk(folder_, key, url, data));
+    data = valueOf(std::move(written));
   }
-  co_return std::get<Data>(std::move(outcome));
-}
-
-asio::awaitable<LottieCache::Outcome> LottieCache::loadFromDiskOrNetwork(platform::Url from,
-                                                                         std::string key) {
-  Data data;
-  const bool onDisk = folder_.contains(key);
-  try {
-    data = onDisk ? readFromDisk(key) : downloadAndCache(from, key);
-  } catch (const LottieCacheError& error) {
-    co_return error;
-  }
-  if (!onDisk && co_await diskCacheSize() > maxDiskSize) {
-    platform::spawnDetached(platform::sharedExecutor(), trim(folder_));
-  }
+  memoryCache_.setObject(url, data);
   co_return data;
 }
 
-LottieCache::Data LottieCache::readFromDisk(const std::string& key) {
-  Data data;
-  try {
-    data = std::make_shared<const std::vector<std::uint8_t>>(folder_.read(key));
-  } catch (const std::system_error& error) {
-    throw LottieCacheError::diskReadError(std::make_shared<std::system_error>(error));
-  }
-  memoryCache_.setObject(key, data);
-  return data;
-}
-
-// Blocks the calling worker of the shared executor for the transfer and the write. Every failure
-// after the transfer itself is wrapped once more in networkError.
-LottieCache::Data LottieCache::downloadAndCache(const platform::Url& from, const std::string& key) {
-  auto wrapped = [](LottieCacheError error) {
-    return LottieCacheError::networkError(std::make_shared<LottieCacheError>(std::move(error)));
-  };
+// Waits for the transfer on the network thread without holding any executor's thread.
+asio::awaitable<LottieCache::Data> LottieCache::download(const std::string& url) {
   // Only http and https give HTTP responses; any other answer counts as one without a status.
-  if (!isHttpScheme(from.scheme())) {
+  if (!isHttpScheme(std::string_view(url).substr(0, url.find(':')))) {
     throw wrapped(LottieCacheError::networkError(std::make_shared<HttpStatusError>(0)));
   }
   HttpResponse response;
   try {
-    response = HttpTransfer(limits_).get(from.absoluteString());
+    response = co_await client_.get(url, limits_);
   } catch (const TransferError& error) {
     throw LottieCacheError::networkError(std::make_shared<TransferError>(error));
   }
@@ -119,14 +135,7 @@ LottieCache::Data LottieCache::downloadAndCache(const platform::Url& from, const
   if (response.body.empty()) {
     throw wrapped(LottieCacheError::invalidData());
   }
-  auto data = std::make_shared<const std::vector<std::uint8_t>>(std::move(response.body));
-  try {
-    folder_.write(key, *data);
-  } catch (const std::system_error& error) {
-    throw wrapped(LottieCacheError::diskWriteError(std::make_shared<std::system_error>(error)));
-  }
-  memoryCache_.setObject(key, data);
-  return data;
+  co_return std::make_shared<const std::vector<std::uint8_t>>(std::move(response.body));
 }
 
 void LottieCache::clearCache() {
