@@ -16,6 +16,8 @@ function(frameloom_add_library target export_name)
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     POSITION_INDEPENDENT_CODE ON
+    # An installed libframeloom finds the libziploom installed beside it.
+    INSTALL_RPATH "$ORIGIN"
     CXX_VISIBILITY_PRESET hidden
     C_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)

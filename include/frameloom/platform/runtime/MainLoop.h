@@ -1,5 +1,6 @@
 #pragma once
 
+#include <frameloom/platform/runtime/HookedExecutor.h>
 #include <frameloom/platform/runtime/RuntimeError.h>
 #include <frameloom/platform/runtime/Task.h>
 
@@ -35,9 +36,13 @@ namespace frameloom::platform {
 class FRAMELOOM_EXPORT MainLoop {
 public:
   // The loop's executor: submitting work through it also wakes a foreign loop (see poll()).
-  template <class Inner>
-  class WakingExecutor;
-  using executor_type = WakingExecutor<asio::io_context::executor_type>;
+  struct Waker {
+    MainLoop* loop;
+    template <class Inner, class Function>
+    void execute(const Inner& inner, Function&& function) const;
+    friend bool operator==(const Waker&, const Waker&) = default;
+  };
+  using executor_type = HookedExecutor<asio::io_context::executor_type, Waker>;
 
   static MainLoop& shared();
 
@@ -125,60 +130,21 @@ private:
   std::vector<std::shared_ptr<void>> sources_;
 };
 
-template <class Inner>
-class MainLoop::WakingExecutor {
-public:
-  WakingExecutor(Inner inner, MainLoop* loop) noexcept : inner_(std::move(inner)), loop_(loop) {}
-
-  const Inner& inner() const noexcept { return inner_; }
-
-  template <class Property>
-  requires asio::can_query<const Inner&, Property>::value decltype(auto)
-  query(const Property& property) const {
-    return asio::query(inner_, property);
-  }
-
-  template <class Property>
-  requires asio::can_require<const Inner&, Property>::value auto
-  require(const Property& property) const {
-    using Required = std::decay_t<decltype(asio::require(inner_, property))>;
-    return WakingExecutor<Required>(asio::require(inner_, property), loop_);
-  }
-
-  template <class Property>
-  requires asio::can_prefer<const Inner&, Property>::value auto
-  prefer(const Property& property) const {
-    using Preferred = std::decay_t<decltype(asio::prefer(inner_, property))>;
-    return WakingExecutor<Preferred>(asio::prefer(inner_, property), loop_);
-  }
-
-  template <class Function>
-  void execute(Function&& function) const {
-    asio::execution::execute(inner_, std::forward<Function>(function));
-    loop_->wakeNow();
-  }
-
-  friend bool operator==(const WakingExecutor& a, const WakingExecutor& b) noexcept {
-    return a.inner_ == b.inner_ && a.loop_ == b.loop_;
-  }
-  friend bool operator!=(const WakingExecutor& a, const WakingExecutor& b) noexcept {
-    return !(a == b);
-  }
-
-private:
-  Inner inner_;
-  MainLoop* loop_;
-};
+template <class Inner, class Function>
+void MainLoop::Waker::execute(const Inner& inner, Function&& function) const {
+  asio::execution::execute(inner, std::forward<Function>(function));
+  loop->wakeNow();
+}
 
 inline MainLoop::executor_type MainLoop::executor() {
-  return executor_type(context_.get_executor(), this);
+  return executor_type(context_.get_executor(), Waker{this});
 }
 
 template <class T>
 T MainLoop::runUntilComplete(asio::awaitable<T> work) {
   RunningScope running(*this);
   auto state = std::make_shared<detail::TaskState<T>>();
-  asio::co_spawn(TaskExecutor<executor_type>(executor(), state->flag),
+  asio::co_spawn(TaskExecutor<executor_type>(executor(), TaskHook{state->flag}),
                  finishAndStop(std::move(work), state, this, runs_.load() + 1), asio::detached);
   runUntil(std::nullopt);
   if (!state->isFinished()) {

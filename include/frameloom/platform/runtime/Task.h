@@ -181,7 +181,7 @@ private:
 template <class T, class Executor>
 Task<T> spawn(const Executor& executor, asio::awaitable<T> work) {
   auto state = std::make_shared<detail::TaskState<T>>();
-  asio::co_spawn(TaskExecutor<Executor>(executor, state->flag),
+  asio::co_spawn(TaskExecutor<Executor>(executor, TaskHook{state->flag}),
                  detail::runAndStore(std::move(work), state), asio::detached);
   return Task<T>(std::move(state));
 }
@@ -189,7 +189,7 @@ Task<T> spawn(const Executor& executor, asio::awaitable<T> work) {
 // Starts `work` on `executor` as a new task that nobody awaits or cancels; its failure is dropped.
 template <class Executor>
 void spawnDetached(const Executor& executor, asio::awaitable<void> work) {
-  asio::co_spawn(TaskExecutor<Executor>(executor, std::make_shared<CancellationFlag>()),
+  asio::co_spawn(TaskExecutor<Executor>(executor, TaskHook{std::make_shared<CancellationFlag>()}),
                  detail::runDroppingFailure(std::move(work)), asio::detached);
 }
 
@@ -201,7 +201,7 @@ asio::awaitable<T> runOn(const Executor& executor, asio::awaitable<T> work) {
   auto flag = detail::currentCancellationFlag();
   auto state = std::make_shared<detail::TaskState<T>>();
   // Not co_spawn with use_awaitable: GCC 12 destroys the arguments of that form twice.
-  asio::co_spawn(TaskExecutor<Executor>(executor, flag ? flag : state->flag),
+  asio::co_spawn(TaskExecutor<Executor>(executor, TaskHook{flag ? flag : state->flag}),
                  detail::runAndStore(std::move(work), state), asio::detached);
   co_await state->finished();
   if constexpr (std::is_void_v<T>) {
