@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -226,8 +228,109 @@ bool typeFirst(Json& document) {
   return changed;
 }
 
+bool keyframedStaticTimeRemap(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto remap = layer.find("tm");
+    if (remap == layer.end() || !remap->is_object() || !remap->contains("k")) {
+      return;
+    }
+    Json& value = (*remap)["k"];
+    const bool isStatic =
+        value.is_number() || (value.is_array() && value.size() == 1 && value.front().is_number());
+    if (!isStatic) {
+      return;
+    }
+    const Json seconds = value.is_number() ? Json::array({value}) : value;
+    // Two keyframes holding the same value: the same time everywhere, read as a remap.
+    (*remap)["a"] = 1;
+    value = Json::array({{{"t", 0}, {"s", seconds}, {"h", 1}}, {{"t", 1}, {"s", seconds}}});
+    changed = true;
+  });
+  return changed;
+}
+
+bool stretchIntoKeyframes(Json& document) {
+  const auto assets = document.is_object() ? document.find("assets") : document.end();
+  if (!document.is_object() || assets == document.end() || !assets->is_array()) {
+    return false;
+  }
+  std::map<std::string, std::size_t> uses;
+  forEachLayer(document, [&](Json& layer) { ++uses[stringMember(layer, "refId")]; });
+  const auto assetOf = [&](const std::string& id) -> Json* {
+    for (auto& asset : *assets) {
+      if (asset.is_object() && stringMember(asset, "id") == id && asset.contains("layers") &&
+          asset["layers"].is_array()) {
+        return &asset;
+      }
+    }
+    return nullptr;
+  };
+  const auto scale = [](Json& value, double factor) { value = value.get<double>() * factor; };
+  std::set<std::string> bakedAssets;
+  bool changed = false;
+  // Each pass bakes the layers it finds; a baked precomposition hands its factor on to the
+  // precompositions inside it, found by a later pass. Every pass but the last bakes one asset,
+  // and no asset twice (a precomposition that holds itself would otherwise go on), so the passes
+  // end.
+  for (bool baked = true; baked;) {
+    baked = false;
+    forEachLayer(document, [&](Json& layer) {
+      const auto stretch = layer.find("sr");
+      const std::string id = stringMember(layer, "refId");
+      if (baked || stretch == layer.end() || !stretch->is_number() || layer.contains("tm") ||
+          id.empty() || uses[id] != 1 || bakedAssets.contains(id)) {
+        return;
+      }
+      const double factor = stretch->get<double>();
+      Json* asset = assetOf(id);
+      if (!std::isfinite(factor) || factor <= 0 || factor == 1 || !asset) {
+        return;
+      }
+      for (const Json& inner : (*asset)["layers"]) {
+        if (inner.is_object() && inner.contains("tm")) {
+          return;
+        }
+      }
+      forEachValue((*asset)["layers"], [&](Json& value) {
+        const auto keyframes = value.is_object() ? value.find("k") : value.end();
+        if (!value.is_object() || keyframes == value.end() || !keyframes->is_array()) {
+          return;
+        }
+        for (auto& keyframe : *keyframes) {
+          if (keyframe.is_object() && keyframe.contains("t") && keyframe["t"].is_number()) {
+            scale(keyframe["t"], factor);
+          }
+        }
+      });
+      for (auto& inner : (*asset)["layers"]) {
+        if (!inner.is_object()) {
+          continue;
+        }
+        for (const char* key : {"ip", "op", "st"}) {
+          if (inner.contains(key) && inner[key].is_number()) {
+            scale(inner[key], factor);
+          }
+        }
+        if (inner.contains("refId")) {
+          inner["sr"] =
+              (inner.contains("sr") && inner["sr"].is_number() ? inner["sr"].get<double>() : 1.0) *
+              factor;
+        }
+      }
+      *stretch = 1;
+      bakedAssets.insert(id);
+      baked = true;
+      changed = true;
+    });
+  }
+  return changed;
+}
+
 bool repairDocument(Json& document, bool forRefusal) {
   bool changed = textLayersAsShapes(document);
+  changed |= keyframedStaticTimeRemap(document);
+  changed |= stretchIntoKeyframes(document);
   changed |= dropLastKeyframeEasing(document);
   changed |= dropInertMasks(document);
   changed |= wholeFrameLayerTimes(document);

@@ -19,7 +19,13 @@ namespace frameloom::renderer {
 // - a layer whose in or out point falls between frames shows from the next whole frame on, where
 //   rlottie shows it one frame early: wholeFrameLayerTimes();
 // - rlottie reads an object's members knowing its "ty", and misreads or drops objects whose "ty"
-//   comes after other keys; key order means nothing in JSON, so it moves first: typeFirst().
+//   comes after other keys; key order means nothing in JSON, so it moves first: typeFirst();
+// - rlottie ignores a time remap that does not change over time, where the precomposition should
+//   stay at that time: keyframedStaticTimeRemap() writes it as two equal hold keyframes;
+// - rlottie draws a precomposition stretched in time ("sr") at whole frames of its own timeline,
+//   so it jumps where it should move smoothly: stretchIntoKeyframes() scales the times inside a
+//   precomposition used once (keyframes, in and out points, starts of inner layers) by the
+//   stretch and sets the stretch to 1. Precompositions with a time remap are left alone.
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
@@ -32,6 +38,8 @@ bool dropLastKeyframeEasing(nlohmann::ordered_json& document);
 bool dropInertMasks(nlohmann::ordered_json& document);
 bool wholeFrameLayerTimes(nlohmann::ordered_json& document);
 bool typeFirst(nlohmann::ordered_json& document);
+bool keyframedStaticTimeRemap(nlohmann::ordered_json& document);
+bool stretchIntoKeyframes(nlohmann::ordered_json& document);
 
 bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
 bool wholeCompositionSize(nlohmann::ordered_json& document);

@@ -116,7 +116,7 @@ std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes,
       return std::nullopt;
     }
     std::string document = reader.read(*animation, maximumAnimationDocumentSize);
-    if (!reader.hasPictures() && !mayHoldWebpDataUri(document)) {
+    if (!reader.hasPictures() && !mayHoldDataUri(document)) {
       return document;
     }
     return inlinePictures(

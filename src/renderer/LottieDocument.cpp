@@ -21,10 +21,10 @@ bool looksLikeJson(std::span<const std::uint8_t> bytes) {
 std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes, AnimationRule rule) {
   if (looksLikeJson(bytes)) {
     std::string json(bytes.begin(), bytes.end());
-    if (!mayHoldWebpDataUri(json)) {
+    if (!mayHoldDataUri(json)) {
       return json;
     }
-    // A plain document has no picture files beside it; only its inlined WebP needs converting.
+    // A plain document has no picture files beside it; only its inlined pictures need checking.
     return inlinePictures(std::move(json), [](std::string_view) -> std::optional<std::string> {
       return std::nullopt;
     });

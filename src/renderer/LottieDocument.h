@@ -11,8 +11,8 @@ namespace frameloom::renderer {
 
 // The Lottie JSON document held by bytes given to the renderer: the bytes themselves when they
 // are plain JSON, otherwise the animation `rule` chooses in the .lottie archive they hold. None
-// when they hold no animation. Inlined WebP pictures come back re-encoded as PNG. Never throws on
-// bad input.
+// when they hold no animation. Pictures come back inlined and within the picture budget
+// (inlinePictures(), PictureInlining.h). Never throws on bad input.
 std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes,
                                           AnimationRule rule = AnimationRule::renderer);
 

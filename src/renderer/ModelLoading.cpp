@@ -1,6 +1,8 @@
 #include "renderer/ModelLoading.h"
 
 #include "renderer/DocumentRepairs.h"
+#include "renderer/DrawingBudget.h"
+#include "renderer/Limits.h"
 
 #include <rlottie.h>
 
@@ -16,10 +18,6 @@ namespace {
 // a folder, so no such path resolves and a document can never make the renderer read local files;
 // the pictures of an archive are handed over inlined instead.
 constexpr const char* unreachableResourcePath = "/dev/null/";
-
-// Parsing and writing a document back recurse once per level of nesting; real documents nest a
-// few dozen levels, and deeper ones are handed to rlottie unrewritten rather than risk the stack.
-constexpr std::size_t maxRewriteDepth = 256;
 
 // The side of the picture that tells whether a model draws anything: small enough to cost little
 // next to the load, large enough that thin shapes still cover a pixel.
@@ -46,7 +44,7 @@ bool nestsTooDeep(std::string_view json) {
     } else if (c == '"') {
       inString = true;
     } else if (c == '{' || c == '[') {
-      if (++depth > maxRewriteDepth) {
+      if (++depth > limits::maxNesting) {
         return true;
       }
     } else if ((c == '}' || c == ']') && depth > 0) {
@@ -82,14 +80,20 @@ std::string dumped(const nlohmann::ordered_json& document) {
 } // namespace
 
 std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document) {
+  // A document that cannot be checked against the budgets is not handed to rlottie at all.
   if (nestsTooDeep(document)) {
-    return load(std::move(document));
+    return nullptr;
   }
   auto parsed = nlohmann::ordered_json::parse(document, nullptr, false);
   if (parsed.is_discarded()) {
-    return load(std::move(document));
+    return nullptr;
   }
-  if (repairDocument(parsed, false)) {
+  const bool rewritten = repairDocument(parsed, false);
+  const BudgetFit fit = fitDrawingBudget(parsed);
+  if (fit == BudgetFit::refused) {
+    return nullptr;
+  }
+  if (rewritten || fit == BudgetFit::clamped) {
     document = dumped(parsed);
   }
   auto model = load(std::move(document));

@@ -1,10 +1,14 @@
 #include "renderer/PictureInlining.h"
 
+#include "renderer/Limits.h"
+#include "renderer/PictureHeaders.h"
+
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/graphics/Webp.h>
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <span>
@@ -43,21 +47,26 @@ std::string_view fileName(std::string_view path) {
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-// The data URI the renderer is given for a picture's bytes; none for WebP it cannot decode.
-std::optional<std::string> dataUri(std::string_view picture) {
+// The picture the renderer is given for a picture's bytes: WebP re-encoded as PNG, other formats
+// as they are. None for WebP it cannot decode within `maxPixels`.
+std::optional<std::string> decodable(std::string picture, std::uint64_t maxPixels) {
   if (!platform::isWebp(asBytes(picture))) {
-    return "data:" + std::string(mediaType(picture)) + ";base64," + base64Encoded(picture);
+    return picture;
   }
   try {
+    const auto pixels = static_cast<std::size_t>(std::min<std::uint64_t>(maxWebpPixels, maxPixels));
     const std::vector<std::uint8_t> png =
-        platform::encodePng(*platform::decodeWebp(asBytes(picture), maxWebpPixels));
-    return "data:image/png;base64," +
-           base64Encoded({reinterpret_cast<const char*>(png.data()), png.size()});
+        platform::encodePng(*platform::decodeWebp(asBytes(picture), pixels));
+    return std::string(png.begin(), png.end());
   } catch (const platform::WebpError&) {
     return std::nullopt;
   } catch (const platform::PngError&) {
     return std::nullopt;
   }
+}
+
+std::string dataUri(std::string_view picture) {
+  return "data:" + std::string(mediaType(picture)) + ";base64," + base64Encoded(picture);
 }
 
 // The base64 payload of a data URI, when the URI is base64-encoded.
@@ -67,12 +76,6 @@ std::optional<std::string_view> base64Payload(std::string_view uri) {
     return std::nullopt;
   }
   return uri.substr(comma + 1);
-}
-
-// Whether a base64 payload starts with WebP's signature; decodes only the first 16 characters.
-bool payloadIsWebp(std::string_view payload) {
-  const auto head = base64Decoded(payload.substr(0, 16));
-  return head && platform::isWebp(asBytes(*head));
 }
 
 } // namespace
@@ -145,9 +148,8 @@ std::optional<std::string> base64Decoded(std::string_view text) {
   return decoded;
 }
 
-bool mayHoldWebpDataUri(std::string_view json) {
-  // "RIFF" in base64 at the start of a payload.
-  return json.find("UklGR") != std::string_view::npos;
+bool mayHoldDataUri(std::string_view json) {
+  return json.find("data:") != std::string_view::npos;
 }
 
 std::string inlinePictures(std::string json, const PictureLookup& lookup) {
@@ -157,25 +159,37 @@ std::string inlinePictures(std::string json, const PictureLookup& lookup) {
     return json;
   }
   bool changed = false;
+  std::uint64_t pixelsLeft = limits::maxPicturePixels;
   for (auto& asset : document["assets"]) {
     if (!asset.is_object() || !asset.contains("p") || !asset["p"].is_string()) {
       continue;
     }
     const auto& path = asset["p"].get_ref<const std::string&>();
+    const bool inlined = path.starts_with("data:");
     std::optional<std::string> picture;
-    if (path.starts_with("data:")) {
+    if (inlined) {
       const auto payload = base64Payload(path);
-      if (!payload || !payloadIsWebp(*payload)) {
-        continue;
-      }
-      picture = base64Decoded(*payload);
+      picture = payload ? base64Decoded(*payload) : std::nullopt;
     } else {
       picture = lookup(fileName(path));
       if (!picture) {
         continue;
       }
     }
-    asset["p"] = picture ? dataUri(*picture).value_or("") : "";
+    const bool webp = picture && platform::isWebp(asBytes(*picture));
+    if (picture) {
+      picture = decodable(std::move(*picture), pixelsLeft);
+    }
+    const auto extent = picture ? pictureExtent(*picture) : std::nullopt;
+    if (extent && extent->pixels() <= pixelsLeft) {
+      pixelsLeft -= extent->pixels();
+      if (inlined && !webp) {
+        continue;
+      }
+      asset["p"] = dataUri(*picture);
+    } else {
+      asset["p"] = "";
+    }
     asset["u"] = "";
     asset["e"] = 1;
     changed = true;

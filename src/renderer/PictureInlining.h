@@ -16,15 +16,18 @@ using PictureLookup = std::function<std::optional<std::string>(std::string_view 
 //   the picture, with "u" empty and "e" 1;
 // - WebP pictures, whether found by `lookup` or already inlined as a data URI (whatever media
 //   type either claims), are re-encoded as PNG;
-// - a WebP picture that cannot be decoded is left out: its "p" becomes empty, so the layer draws
-//   nothing.
+// - a picture whose size cannot be read (a format other than PNG, JPEG or GIF, a WebP that cannot
+//   be decoded, a data URI that is not base64) is left out: its "p" becomes empty, so the layer
+//   draws nothing;
+// - so is every picture, in document order, that would take the pixels of all the pictures kept
+//   beyond limits::maxPicturePixels (Limits.h).
 // Key order and all other values are kept. Text that is not a JSON object, or that needs none of
 // this, is returned unchanged. Exceptions of `lookup` pass through.
 std::string inlinePictures(std::string json, const PictureLookup& lookup);
 
-// Whether the document may hold a WebP picture as a data URI, a cheap test on the text that
-// decides whether inlinePictures() has anything to do for a document that names no picture files.
-bool mayHoldWebpDataUri(std::string_view json);
+// Whether the document may hold a picture as a data URI, a cheap test on the text that decides
+// whether inlinePictures() has anything to do for a document that names no picture files.
+bool mayHoldDataUri(std::string_view json);
 
 // RFC 4648 base64 with padding, and back. Decoding skips nothing: none when a character lies
 // outside the alphabet or the padding is wrong.

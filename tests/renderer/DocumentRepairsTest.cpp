@@ -108,6 +108,62 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
   }
 }
 
+// A 32 x 8 composition showing, through a precomposition layer, a red square that moves right by
+// `speed` pixels a frame from the left edge.
+Json movingSquareInPrecomposition(double speed) {
+  Json document = Json::parse(sampleLottie(32, 8, {{0, 0, 8, 8, {{0, {1, 0, 0}}}}}, {0, 60, 30}));
+  Json inner = document["layers"][0];
+  const Json linear = Json::parse(R"({"x":[0.5],"y":[0.5]})");
+  inner["ks"]["p"] =
+      Json{{"a", 1},
+           {"k", Json::array({{{"t", 0}, {"s", {0, 0}}, {"i", linear}, {"o", linear}},
+                              {{"t", 8}, {"s", {8 * speed, 0}}}})}};
+  document["assets"] = Json::array({{{"id", "moving"}, {"layers", Json::array({inner})}}});
+  Json layer = testing::sampleLayer(0, {0, 60, 30});
+  layer["refId"] = "moving";
+  layer["w"] = 32;
+  layer["h"] = 8;
+  document["layers"] = Json::array({layer});
+  return document;
+}
+
+// Times rlottie reads differently: a precomposition stretched in time lands between its own
+// frames, and a time remap that never changes pins the precomposition to one time.
+TEST(DocumentRepairsTest, PrecompositionTimesAreDrawnAsMeant) {
+  Json stretched = movingSquareInPrecomposition(8);
+  stretched["layers"][0]["sr"] = 2;
+  // Outer frame 1 is inner frame 0.5: the square has moved by 4, not 0 or 8.
+  EXPECT_EQ(pixelAt(stretched, 1, 2, 4), none);
+  EXPECT_EQ(pixelAt(stretched, 1, 10, 4), red);
+  EXPECT_EQ(pixelAt(stretched, 1, 13, 4), none);
+
+  Json remapped = movingSquareInPrecomposition(2);
+  // 0.21 s at 30 frames a second: inner frame 6.3, the square moved by 12 and more.
+  remapped["layers"][0]["tm"] = Json{{"a", 0}, {"k", 0.21}};
+  EXPECT_EQ(pixelAt(remapped, 0, 10, 4), none);
+  EXPECT_EQ(pixelAt(remapped, 0, 16, 4), red);
+  EXPECT_EQ(pixelAt(remapped, 20, 16, 4), red);
+}
+
+// A stretch is baked into a precomposition only when nothing else shares it, and a
+// precomposition holding itself ends the rewrite.
+TEST(DocumentRepairsTest, StretchesOfSharedOrSelfHoldingPrecompositionsAreKept) {
+  Json shared = movingSquareInPrecomposition(1);
+  shared["layers"][0]["sr"] = 2;
+  shared["layers"].push_back(shared["layers"][0]);
+  const Json before = shared;
+  EXPECT_FALSE(stretchIntoKeyframes(shared));
+  EXPECT_EQ(shared, before);
+
+  // Shown by nothing but itself, stretched: baked once, not again for the stretch it hands on.
+  Json selfHolding = movingSquareInPrecomposition(1);
+  Json& inner = selfHolding["assets"][0]["layers"][0];
+  inner = Json{{"ty", 0}, {"ip", 0}, {"op", 60}, {"st", 0}, {"refId", "moving"}, {"sr", 2}};
+  selfHolding["layers"][0]["refId"] = "elsewhere";
+  EXPECT_TRUE(stretchIntoKeyframes(selfHolding));
+  EXPECT_EQ(inner["op"], 120.0);
+}
+
 // A repair touches nothing it need not: documents that need none come back unchanged, and each
 // repair changes only what it is about.
 TEST(DocumentRepairsTest, RepairsLeaveOtherValuesAndKeyOrderAlone) {
