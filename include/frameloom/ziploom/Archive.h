@@ -241,6 +241,10 @@ private:
   static BackingConfiguration openBacking(Bytes data, AccessMode mode);
   // The entry whose central directory record starts at `position`, advancing it past the record.
   std::optional<Entry> readEntry(std::uint64_t& position) const;
+  // Inflates an entry that fits a whole buffer in one step and hands it to `consumer`; nothing
+  // (and nothing handed over) when it does not fit or does not inflate cleanly.
+  std::optional<std::uint32_t> inflateWhole(const Entry& entry, std::int64_t bufferSize,
+                                            bool skipCRC32, const Consumer& consumer);
   std::uint32_t readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
                            const Consumer& consumer);
   std::uint32_t readSymlinkTarget(const Entry& entry, const Consumer& consumer);
