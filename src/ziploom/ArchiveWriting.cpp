@@ -159,6 +159,8 @@ using preparation::ItemStatus;
 Bytes gather(std::int64_t size, std::int64_t bufferSize, const Archive::ProgressPointer& progress,
              const Provider& provider) {
   Bytes source;
+  // The callers' sizes are bounded by the whole-buffer size, so the declared size is safe here.
+  source.reserve(static_cast<std::size_t>(size));
   std::int64_t position = 0;
   for (;;) {
     checkCancelled(progress);
