@@ -2,6 +2,7 @@
 
 #include <libdeflate.h>
 
+#include <memory>
 #include <new>
 
 namespace frameloom::ziploom::whole {

@@ -3,7 +3,6 @@
 #include <frameloom/ziploom/DataCallbacks.h>
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 
 struct libdeflate_compressor;

@@ -186,6 +186,8 @@ public:
   // Adds the items in order as the FileURL form does, but writes the central directory once,
   // after the last item, so the work grows with the items rather than with their square. When
   // an item fails, the entries before it stay (as if added one by one) and its error is rethrown.
+  // Deflated files are read and compressed ahead on a few threads of the call's own, joined
+  // before it returns; the archive is byte for byte the one adding them one by one would make.
   void addEntries(const std::vector<FileItem>& items,
                   CompressionMethod compressionMethod = CompressionMethod::none,
                   std::int64_t bufferSize = defaultWriteChunkSize);
