@@ -3,8 +3,9 @@
 // in the same run at the same compression level. Each figure is the best of several runs taken
 // in turns, so that every contender meets the same load; wall time and CPU time (user + system,
 // the child's for Info-ZIP) are printed with the ratio of Ziploom's to the peer's (below 1 means
-// Ziploom is faster) and whether the target is met. Ziploom's CPU time counts all its threads. The machine may be busy: compare ratios from
-// one run, not figures across runs; CPU ratios are the steadier ones under load.
+// Ziploom is faster) and whether the target is met. Ziploom's CPU time counts all its threads. The
+// machine may be busy: compare ratios from one run, not figures across runs; CPU ratios are the
+// steadier ones under load.
 //
 // Usage: ziploom_zip_benchmark [megabytes (default 200)] [runs (default 3)] [--folder-only]
 // --folder-only times the mixed folder against Info-ZIP, deflated, and prints one line
