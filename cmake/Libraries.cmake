@@ -34,7 +34,8 @@ endfunction()
 frameloom_add_library(frameloom_ziploom ziploom)
 generate_export_header(frameloom_ziploom BASE_NAME FRAMELOOM_ZIPLOOM
   EXPORT_FILE_NAME ${FRAMELOOM_GENERATED_INCLUDE_DIR}/frameloom/platform/ZiploomExport.h)
-target_link_libraries(frameloom_ziploom PRIVATE ZLIB::ZLIB PkgConfig::FRAMELOOM_UTF8PROC)
+target_link_libraries(frameloom_ziploom PRIVATE ZLIB::ZLIB PkgConfig::FRAMELOOM_UTF8PROC
+  PkgConfig::FRAMELOOM_DEFLATE Threads::Threads)
 
 frameloom_add_library(frameloom frameloom)
 generate_export_header(frameloom BASE_NAME FRAMELOOM

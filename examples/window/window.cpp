@@ -69,8 +69,12 @@ public:
     const int width = static_cast<int>(frame->width());
     const int height = static_cast<int>(frame->height());
     if (!texture_) {
-      texture_.reset(SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_RGBA32,
-                                       SDL_TEXTUREACCESS_STREAMING, width, height));
+      // Frames keep the byte order the renderer drew them in.
+      const auto format = frame->pixelOrder() == frameloom::platform::PixelOrder::bgra
+                              ? SDL_PIXELFORMAT_BGRA32
+                              : SDL_PIXELFORMAT_RGBA32;
+      texture_.reset(
+          SDL_CreateTexture(renderer_, format, SDL_TEXTUREACCESS_STREAMING, width, height));
       if (!texture_) {
         throw std::runtime_error(std::string("SDL_CreateTexture: ") + SDL_GetError());
       }

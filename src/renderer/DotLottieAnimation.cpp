@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -21,25 +20,10 @@ bool isRenderableSide(std::int64_t side) {
   return side >= 1 && side <= static_cast<std::int64_t>(platform::Image::maxDimension);
 }
 
-// rlottie fills ARGB32 words (bytes B, G, R, A on little-endian machines); images hold R, G, B, A.
-// A background that is not transparent goes under the frame with the "over" operator.
-void toRgba(std::vector<std::uint8_t>& pixels, platform::Rgba8 background) {
-  if (background.a == 0) {
-    // Two pixels a word: bytes 0 and 2 of each swap places, 1 and 3 stay.
-    std::size_t i = 0;
-    for (; i + 8 <= pixels.size(); i += 8) {
-      std::uint64_t word;
-      std::memcpy(&word, pixels.data() + i, 8);
-      constexpr std::uint64_t stay = 0xFF00FF00FF00FF00u;
-      constexpr std::uint64_t low = 0x000000FF000000FFu;
-      word = (word & stay) | (word >> 16 & low) | (word & low) << 16;
-      std::memcpy(pixels.data() + i, &word, 8);
-    }
-    if (i < pixels.size()) {
-      std::swap(pixels[i], pixels[i + 2]);
-    }
-    return;
-  }
+// rlottie fills ARGB32 words: bytes B, G, R, A on little-endian machines, which frames keep. A
+// background that is not transparent goes under the frame with the "over" operator, giving
+// R, G, B, A bytes.
+void putOver(std::vector<std::uint8_t>& pixels, platform::Rgba8 background) {
   const platform::Rgba8 under = platform::premultiplied(background);
   const auto over = [](unsigned top, unsigned topAlpha, unsigned bottom) {
     return static_cast<std::uint8_t>(top + (bottom * (255 - topAlpha) + 127) / 255);
@@ -146,9 +130,14 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
                       static_cast<std::size_t>(rect.x) * 4);
     }
   }
-  toRgba(pixels, config_.backgroundColor);
-  return platform::Image::make(static_cast<std::size_t>(target.width),
-                               static_cast<std::size_t>(target.height), std::move(pixels));
+  const auto width = static_cast<std::size_t>(target.width);
+  const auto height = static_cast<std::size_t>(target.height);
+  if (config_.backgroundColor.a == 0) {
+    return platform::Image::make(width, height, stride, std::move(pixels),
+                                 platform::PixelOrder::bgra);
+  }
+  putOver(pixels, config_.backgroundColor);
+  return platform::Image::make(width, height, std::move(pixels));
 }
 
 void DotLottieAnimation::destroy() {

@@ -2,6 +2,7 @@
 #include <frameloom/ziploom/Archive.h>
 
 #include "ziploom/BlockIO.h"
+#include "ziploom/WholeBuffer.h"
 #include <frameloom/ziploom/Compression.h>
 #include <frameloom/ziploom/Errors.h>
 #include <frameloom/ziploom/FileSystem.h>
@@ -158,6 +159,13 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
     switch (local.compressionMethod) {
     case static_cast<std::uint16_t>(CompressionMethod::deflate): {
       const auto size = entry.centralDirectoryStructure.resolvedCompressedSize();
+      if (const auto checksum = inflateWhole(entry, bufferSize, skipCRC32, deliver)) {
+        return *checksum;
+      }
+      // Streaming from the start of the data again reports exactly where the data went wrong.
+      if (!stream::trySeek(archiveFile_.get(), *dataOffset)) {
+        throw DataError(DataError::Code::unreadableFile);
+      }
       stream::ReadAhead reader(archiveFile_.get(), size, readBlock_);
       std::uint64_t delivered = 0;
       return decompress(
@@ -188,6 +196,29 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
   }
   }
   return 0;
+}
+
+std::optional<std::uint32_t> Archive::inflateWhole(const Entry& entry, std::int64_t bufferSize,
+                                                   bool skipCRC32, const Consumer& consumer) {
+  const auto size = entry.centralDirectoryStructure.resolvedCompressedSize();
+  const auto declared = entry.centralDirectoryStructure.resolvedUncompressedSize();
+  if (size > whole::maximumSize || declared > whole::maximumSize) {
+    return std::nullopt;
+  }
+  const auto compressed = stream::readBytes(archiveFile_.get(), static_cast<std::size_t>(size));
+  const auto output = whole::inflate(compressed, static_cast<std::size_t>(declared));
+  if (!output) {
+    return std::nullopt;
+  }
+  // The consumer sees the same slices as from the streaming path, at least one.
+  const ByteView bytes(*output);
+  const auto slice = static_cast<std::size_t>(bufferSize);
+  std::size_t offset = 0;
+  do {
+    consumer(bytes.subspan(offset, std::min(slice, bytes.size() - offset)));
+    offset = std::min(bytes.size(), offset + slice);
+  } while (offset < bytes.size());
+  return skipCRC32 ? 0 : crc32(bytes);
 }
 
 std::uint32_t Archive::readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,

@@ -2,6 +2,7 @@
 #include <frameloom/ziploom/Archive.h>
 
 #include "ziploom/BlockIO.h"
+#include "ziploom/EntryPreparation.h"
 #include "ziploom/LittleEndian.h"
 #include "ziploom/StreamWriting.h"
 #include <frameloom/ziploom/Errors.h>
@@ -173,43 +174,39 @@ std::string entryPathFor(const std::string& path, EntryType type) {
   return type == EntryType::directory && !path.ends_with('/') ? path + '/' : path;
 }
 
-struct FileItemStatus {
-  EntryType type;
-  std::int64_t size;
-  std::chrono::system_clock::time_point modificationDate;
-  std::uint16_t permissions;
-};
+using preparation::ItemStatus;
+
+// All of a source of `size` bytes, pulled in chunks as the streaming compressor pulls them: a
+// chunk shorter than `bufferSize` is the last. Checks for cancellation and counts progress.
+Bytes gather(std::int64_t size, std::int64_t bufferSize, const Archive::ProgressPointer& progress,
+             const Provider& provider) {
+  Bytes source;
+  // The callers' sizes are bounded by the whole-buffer size, so the declared size is safe here.
+  source.reserve(static_cast<std::size_t>(size));
+  std::int64_t position = 0;
+  for (;;) {
+    checkCancelled(progress);
+    const auto count = std::clamp<std::int64_t>(size - position, 0, bufferSize);
+    const auto chunk = provider(position, count);
+    const auto used = std::min<std::size_t>(chunk.size(), static_cast<std::size_t>(count));
+    source.insert(source.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(used));
+    position += static_cast<std::int64_t>(used);
+    if (progress) {
+      progress->addCompletedUnitCount(static_cast<std::int64_t>(used));
+    }
+    if (static_cast<std::int64_t>(used) < bufferSize) {
+      return source;
+    }
+  }
+}
 
 // Looks at the file, folder or symbolic link at `url` (never following a link) and calls `add`
 // with what it found and a provider of its data: the file's bytes, nothing for a folder, the
 // link's target text, read ahead through `block`. The provider is valid during the call only.
 void withFileItem(const std::filesystem::path& url, Bytes& block,
-                  const std::function<void(const FileItemStatus&, const Provider&)>& add) {
-  struct stat status {};
-  if (lstat(url.c_str(), &status) != 0) {
-    throw FileError(FileError::Code::fileReadNoSuchFile, url);
-  }
-  const auto type = S_ISDIR(status.st_mode)   ? EntryType::directory
-                    : S_ISLNK(status.st_mode) ? EntryType::symlink
-                                              : EntryType::file;
-  if (type != EntryType::symlink && access(url.c_str(), R_OK) != 0) {
-    throw FileError(FileError::Code::fileReadNoPermission, url);
-  }
-  // Reading a pipe or a device could block forever or never end.
-  if (type == EntryType::file && !S_ISREG(status.st_mode)) {
-    throw FileError(FileError::Code::fileReadNoPermission, url);
-  }
-  if (status.st_size < 0) {
-    throw FileError(FileError::Code::fileReadTooLarge, url);
-  }
-  const FileItemStatus item{
-      type, type == EntryType::directory ? 0 : static_cast<std::int64_t>(status.st_size),
-      std::chrono::system_clock::time_point(
-          std::chrono::duration_cast<std::chrono::system_clock::duration>(
-              std::chrono::seconds(status.st_mtim.tv_sec) +
-              std::chrono::nanoseconds(status.st_mtim.tv_nsec))),
-      static_cast<std::uint16_t>(status.st_mode)};
-
+                  const std::function<void(const ItemStatus&, const Provider&)>& add) {
+  const auto item = preparation::inspect(url);
+  const auto type = item.type;
   switch (type) {
   case EntryType::file: {
     const platform::UniqueFile source(std::fopen(url.c_str(), "rb"));
@@ -246,6 +243,8 @@ struct Archive::NewEntry {
   std::int64_t bufferSize;
   const ProgressPointer& progress;
   const Provider& provider;
+  // The file's data already deflated whole, when a worker prepared it.
+  const preparation::PreparedFile* prepared = nullptr;
 };
 
 struct Archive::FormerTail {
@@ -342,7 +341,23 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
   const auto& provider = entry.provider;
   switch (entry.type) {
   case EntryType::file:
-    if (entry.compressionMethod == CompressionMethod::deflate) {
+    if (entry.compressionMethod == CompressionMethod::deflate && entry.prepared) {
+      checkCancelled(progress);
+      checksum = entry.prepared->checksum;
+      writer.write(entry.prepared->compressed);
+      written = entry.prepared->compressed.size();
+      if (progress) {
+        progress->setCompletedUnitCount(entry.uncompressedSize);
+      }
+    } else if (entry.compressionMethod == CompressionMethod::deflate &&
+               uncompressedSize <= whole::maximumSize) {
+      const auto source = gather(entry.uncompressedSize, entry.bufferSize, progress, provider);
+      checksum = crc32(source);
+      Bytes compressed;
+      whole::Deflater().deflate(source, compressed);
+      writer.write(compressed);
+      written = compressed.size();
+    } else if (entry.compressionMethod == CompressionMethod::deflate) {
       const Provider counting = [&](std::int64_t position, std::int64_t count) {
         checkCancelled(progress);
         auto chunk = provider(position, count);
@@ -484,11 +499,10 @@ void Archive::addEntry(const std::string& path, const FileURL& item,
                        const ProgressPointer& progress) {
   // The item is looked at first: a missing item is reported even for an archive opened for
   // reading.
-  withFileItem(
-      item.fileURL, readBlock_, [&](const FileItemStatus& status, const Provider& provider) {
-        addEntry(entryPathFor(path, status.type), status.type, status.size, status.modificationDate,
-                 status.permissions, compressionMethod, bufferSize, progress, provider);
-      });
+  withFileItem(item.fileURL, readBlock_, [&](const ItemStatus& status, const Provider& provider) {
+    addEntry(entryPathFor(path, status.type), status.type, status.size, status.modificationDate,
+             status.permissions, compressionMethod, bufferSize, progress, provider);
+  });
 }
 
 void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod compressionMethod,
@@ -499,13 +513,37 @@ void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod c
   Bytes records;
   std::uint64_t count = 0;
   std::exception_ptr failure;
+  // Workers read and deflate files ahead while this thread writes the entries in order; an
+  // entry comes out the same either way.
+  std::optional<preparation::Preparer> preparer;
+  if (compressionMethod == CompressionMethod::deflate && items.size() > 1) {
+    std::vector<std::filesystem::path> urls;
+    urls.reserve(items.size());
+    for (const auto& item : items) {
+      urls.push_back(item.fileURL);
+    }
+    preparer.emplace(std::move(urls));
+  }
+  const Provider unused;
   try {
     seek(file, tail.offset);
-    for (const auto& item : items) {
+    for (std::size_t index = 0; index < items.size(); ++index) {
+      const auto& item = items[index];
       const auto start = position(file);
       try {
+        if (const auto prepared = preparer ? preparer->take(index) : nullptr) {
+          const auto& status = prepared->status;
+          auto entry =
+              describe(item.path, status.type, status.size, status.modificationDate,
+                       status.permissions, compressionMethod, bufferSize, item.progress, unused);
+          entry.prepared = prepared.get();
+          const auto record = writeLocalEntry(entry, start).data();
+          records.insert(records.end(), record.begin(), record.end());
+          ++count;
+          continue;
+        }
         withFileItem(
-            item.fileURL, readBlock_, [&](const FileItemStatus& status, const Provider& provider) {
+            item.fileURL, readBlock_, [&](const ItemStatus& status, const Provider& provider) {
               const auto entry = describe(entryPathFor(item.path, status.type), status.type,
                                           status.size, status.modificationDate, status.permissions,
                                           compressionMethod, bufferSize, item.progress, provider);

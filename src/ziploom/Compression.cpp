@@ -1,5 +1,6 @@
 #include <frameloom/ziploom/Compression.h>
 
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -135,11 +136,11 @@ std::optional<CompressionMethod> makeCompressionMethod(std::uint16_t raw) {
 }
 
 std::uint32_t crc32(ByteView bytes, std::uint32_t checksum) {
-  // zlib reads a null buffer, which is what an empty vector may have, as "start a new checksum".
+  // A null buffer, which is what an empty vector may have, is not handed to the library.
   if (bytes.empty()) {
     return checksum;
   }
-  return static_cast<std::uint32_t>(::crc32_z(checksum, bytes.data(), bytes.size()));
+  return static_cast<std::uint32_t>(libdeflate_crc32(checksum, bytes.data(), bytes.size()));
 }
 
 std::uint32_t compress(std::int64_t size, std::int64_t bufferSize, const Provider& provider,

@@ -8,6 +8,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <stdexcept>
@@ -72,6 +73,31 @@ TEST(ContactSheetTest, PlacesFramesRowByRowAndRefusesGridsThatCannotHoldThem) {
        std::vector<std::pair<std::size_t, std::size_t>>{{0, 1}, {2, 1}, {1, 0}, {1, 66}}) {
     EXPECT_THROW(makeContactSheet(std::vector(frames, frame), columns, 1), std::invalid_argument);
   }
+}
+
+// Frames may keep the renderer's B, G, R, A bytes, padded rows included: every reader that
+// decodes pixels (pixel(), PNG, contact sheets, inRgbaOrder) sees the same picture as from RGBA.
+TEST(ImageTest, BgraImagesReadAsTheSamePixelsEverywhere) {
+  const auto rgba = gradientImage(5, 3);
+  std::vector<std::uint8_t> swapped(3 * 24, 0xEE); // rows of 24 bytes: 4 bytes of padding
+  for (std::size_t y = 0; y < 3; ++y) {
+    for (std::size_t x = 0; x < 5; ++x) {
+      const Rgba8 p = rgba->pixel(x, y);
+      std::copy_n(std::array<std::uint8_t, 4>{p.b, p.g, p.r, p.a}.data(), 4,
+                  swapped.data() + y * 24 + x * 4);
+    }
+  }
+  const auto bgra = Image::make(5, 3, 24, std::move(swapped), PixelOrder::bgra);
+  for (std::size_t i = 0; i < 15; ++i) {
+    ASSERT_EQ(bgra->pixel(i % 5, i / 5), rgba->pixel(i % 5, i / 5)) << i;
+  }
+  EXPECT_EQ(encodePng(*bgra), encodePng(*rgba));
+  const auto converted = inRgbaOrder(bgra);
+  EXPECT_EQ(converted->pixelOrder(), PixelOrder::rgba);
+  EXPECT_TRUE(std::ranges::equal(converted->pixels(), rgba->pixels()));
+  EXPECT_EQ(inRgbaOrder(rgba), rgba);
+  EXPECT_TRUE(std::ranges::equal(makeContactSheet({bgra, rgba}, 2, 1)->pixels(),
+                                 makeContactSheet({rgba, rgba}, 2, 1)->pixels()));
 }
 
 TEST(ColorTest, ResolvesTheDarkVariantOnlyForDarkAndClampsComponents) {

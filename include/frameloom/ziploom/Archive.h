@@ -186,6 +186,8 @@ public:
   // Adds the items in order as the FileURL form does, but writes the central directory once,
   // after the last item, so the work grows with the items rather than with their square. When
   // an item fails, the entries before it stay (as if added one by one) and its error is rethrown.
+  // Deflated files are read and compressed ahead on a few threads of the call's own, joined
+  // before it returns; the archive is byte for byte the one adding them one by one would make.
   void addEntries(const std::vector<FileItem>& items,
                   CompressionMethod compressionMethod = CompressionMethod::none,
                   std::int64_t bufferSize = defaultWriteChunkSize);
@@ -241,6 +243,10 @@ private:
   static BackingConfiguration openBacking(Bytes data, AccessMode mode);
   // The entry whose central directory record starts at `position`, advancing it past the record.
   std::optional<Entry> readEntry(std::uint64_t& position) const;
+  // Inflates an entry that fits a whole buffer in one step and hands it to `consumer`; nothing
+  // (and nothing handed over) when it does not fit or does not inflate cleanly.
+  std::optional<std::uint32_t> inflateWhole(const Entry& entry, std::int64_t bufferSize,
+                                            bool skipCRC32, const Consumer& consumer);
   std::uint32_t readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
                            const Consumer& consumer);
   std::uint32_t readSymlinkTarget(const Entry& entry, const Consumer& consumer);

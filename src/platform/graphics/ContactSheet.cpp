@@ -25,7 +25,8 @@ makeContactSheet(const std::vector<std::shared_ptr<const Image>>& frames, std::s
     if (!frames[i]) {
       continue;
     }
-    const Image& frame = *frames[i];
+    const auto rgba = inRgbaOrder(frames[i]);
+    const Image& frame = *rgba;
     const std::size_t left = (i % columns) * cellWidth;
     const std::size_t top = (i / columns) * cellHeight;
     const std::size_t rowBytes = std::min(frame.width(), cellWidth) * 4;

@@ -6,8 +6,8 @@
 namespace frameloom::platform {
 
 std::shared_ptr<const Image> Image::make(std::size_t width, std::size_t height,
-                                         std::size_t bytesPerRow,
-                                         std::vector<std::uint8_t> pixels) {
+                                         std::size_t bytesPerRow, std::vector<std::uint8_t> pixels,
+                                         PixelOrder order) {
   if (width == 0 || height == 0 || width > maxDimension || height > maxDimension) {
     throw std::invalid_argument("image dimensions must lie in 1...16384");
   }
@@ -17,7 +17,8 @@ std::shared_ptr<const Image> Image::make(std::size_t width, std::size_t height,
   if (pixels.size() < (height - 1) * bytesPerRow + width * 4) {
     throw std::invalid_argument("image buffer is shorter than its rows");
   }
-  return std::shared_ptr<const Image>(new Image(width, height, bytesPerRow, std::move(pixels)));
+  return std::shared_ptr<const Image>(
+      new Image(width, height, bytesPerRow, std::move(pixels), order));
 }
 
 std::shared_ptr<const Image> Image::make(std::size_t width, std::size_t height,
@@ -26,12 +27,32 @@ std::shared_ptr<const Image> Image::make(std::size_t width, std::size_t height,
 }
 
 Image::Image(std::size_t width, std::size_t height, std::size_t bytesPerRow,
-             std::vector<std::uint8_t> pixels)
-    : width_(width), height_(height), bytesPerRow_(bytesPerRow), pixels_(std::move(pixels)) {}
+             std::vector<std::uint8_t> pixels, PixelOrder order)
+    : width_(width), height_(height), bytesPerRow_(bytesPerRow), pixels_(std::move(pixels)),
+      order_(order) {}
 
 Rgba8 Image::pixel(std::size_t x, std::size_t y) const {
   const std::uint8_t* p = pixels_.data() + y * bytesPerRow_ + x * 4;
-  return {p[0], p[1], p[2], p[3]};
+  return order_ == PixelOrder::rgba ? Rgba8{p[0], p[1], p[2], p[3]} : Rgba8{p[2], p[1], p[0], p[3]};
+}
+
+std::shared_ptr<const Image> inRgbaOrder(std::shared_ptr<const Image> image) {
+  if (!image ||
+      (image->pixelOrder() == PixelOrder::rgba && image->bytesPerRow() == image->width() * 4)) {
+    return image;
+  }
+  std::vector<std::uint8_t> pixels(image->width() * image->height() * 4);
+  for (std::size_t y = 0; y < image->height(); ++y) {
+    std::uint8_t* row = pixels.data() + y * image->width() * 4;
+    for (std::size_t x = 0; x < image->width(); ++x) {
+      const Rgba8 p = image->pixel(x, y);
+      row[x * 4] = p.r;
+      row[x * 4 + 1] = p.g;
+      row[x * 4 + 2] = p.b;
+      row[x * 4 + 3] = p.a;
+    }
+  }
+  return Image::make(image->width(), image->height(), std::move(pixels));
 }
 
 bool Image::isFullyTransparent() const {
