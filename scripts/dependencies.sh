@@ -11,6 +11,7 @@ packages=(
   zip unzip python3
   libsdl2-dev xvfb
   libfreetype-dev libharfbuzz-dev libfontconfig-dev fonts-dejavu-core
+  libgif-dev help2man
 )
 
 missing=()
