@@ -24,6 +24,28 @@ using namespace writing;
 
 namespace {
 
+// Whether the directory holds exactly `count` central records that fill it to its last byte.
+// Reading tolerates a directory whose last record runs past its declared size, but a change copies
+// the directory by that size and would cut such a record, so the new records would be misread.
+bool fillsExactly(ByteView directory, std::uint64_t count) {
+  std::size_t offset = 0;
+  for (std::uint64_t index = 0; index < count; ++index) {
+    if (directory.size() - offset < CentralDirectoryStructure::size ||
+        littleEndian::readU32(directory, offset) != CentralDirectoryStructure::signature) {
+      return false;
+    }
+    const std::size_t variable = std::size_t{littleEndian::readU16(directory, offset + 28)} +
+                                 littleEndian::readU16(directory, offset + 30) +
+                                 littleEndian::readU16(directory, offset + 32);
+    offset += CentralDirectoryStructure::size;
+    if (directory.size() - offset < variable) {
+      return false;
+    }
+    offset += variable;
+  }
+  return offset == directory.size();
+}
+
 struct MSDOSDateTime {
   std::uint16_t date = 0;
   std::uint16_t time = 0;
@@ -258,6 +280,9 @@ Archive::FormerTail Archive::readFormerTail() const {
   tail.bytes = stream::readBytes(file, static_cast<std::size_t>(length - tail.offset));
   if (tail.bytes.size() != length - tail.offset) {
     throw DataError(DataError::Code::unreadableFile);
+  }
+  if (!fillsExactly(tail.centralDirectory(), resolvedEntryCount())) {
+    throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
   }
   tail.endOfCentralDirectoryRecord = endOfCentralDirectoryRecord_;
   tail.zip64EndOfCentralDirectory = zip64EndOfCentralDirectory_;

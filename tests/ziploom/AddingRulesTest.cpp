@@ -133,6 +133,11 @@ TEST(AddingRules, RefusalsOfTheLibrarysOwnHaveCasesOfTheirOwn) {
   // The end record's directory offset, past the end of the archive.
   damaged[damaged.size() - 3] = 0x7F;
   writeFile(folder / "damaged.zip", damaged);
+  Bytes overrun = buildArchive({{.name = "a", .data = bytesOf("a")}});
+  // The only central record's comment, four bytes long, runs into the end record.
+  const std::size_t directory = overrun[overrun.size() - 6] | overrun[overrun.size() - 5] << 8;
+  overrun[directory + 32] = 4;
+  writeFile(folder / "overrun.zip", overrun);
   struct Case {
     const char* name;
     std::function<void()> action;
@@ -153,10 +158,18 @@ TEST(AddingRules, RefusalsOfTheLibrarysOwnHaveCasesOfTheirOwn) {
                           16, nullptr, nothing);
        },
        ArchiveError::Code::damagedCentralDirectory},
+      {"record running past the directory",
+       [&] {
+         Archive archive(folder / "overrun.zip", AccessMode::update);
+         archive.addEntry("b", EntryType::file, 0, someDate, std::nullopt, CompressionMethod::none,
+                          16, nullptr, nothing);
+       },
+       ArchiveError::Code::damagedCentralDirectory},
   };
   for (const auto& [name, action, code] : cases) {
     SCOPED_TRACE(name);
     EXPECT_EQ(errorOf<ArchiveError>(action), code);
   }
   EXPECT_EQ(readFile(folder / "damaged.zip"), damaged);
+  EXPECT_EQ(readFile(folder / "overrun.zip"), overrun);
 }
