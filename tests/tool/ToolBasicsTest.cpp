@@ -98,5 +98,29 @@ TEST_F(ToolBasics, StandardStreamsStandForFiles) {
   EXPECT_FALSE(std::filesystem::exists(folder / "-"));
 }
 
+// On a terminal (made by script(1)) work shows a bar with its rate and time left; --quiet
+// silences it, and the library's log lines start on a line of their own, never inside the bar.
+TEST_F(ToolBasics, ProgressBarsShowOnTerminalsAndStayOutOfLogLines) {
+  auto onTerminal = [&](const std::string& arguments) {
+    const std::string command = "cd '" + folder.string() + "' && script -qec \"'" +
+                                FRAMELOOM_TOOL_PATH + "' " + arguments +
+                                "\" /dev/null >terminal.txt";
+    EXPECT_EQ(std::system(command.c_str()), 0) << arguments;
+    return readText(folder / "terminal.txt");
+  };
+  const std::string sheet = onTerminal("render in.lottie --sheet 3x3 --output s.png");
+  EXPECT_NE(sheet.find("render ["), std::string::npos) << sheet;
+  EXPECT_NE(sheet.find("100% 18/18 steps"), std::string::npos) << sheet;
+  EXPECT_EQ(onTerminal("render in.lottie --sheet 3x3 --output s.png --quiet").find('['),
+            std::string::npos);
+  const std::string play = onTerminal("play in.lottie --seconds 0.5");
+  for (std::size_t at = play.find("LottiePlayer"); at != std::string::npos;
+       at = play.find("LottiePlayer", at + 1)) {
+    const bool ownLine = at == 0 || play[at - 1] == '\n' || play.compare(at - 3, 3, "\033[K") == 0;
+    EXPECT_TRUE(ownLine) << play;
+  }
+  EXPECT_NE(play.find("play ["), std::string::npos) << play;
+}
+
 } // namespace
 } // namespace frameloom::testing
