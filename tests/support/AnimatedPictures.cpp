@@ -156,4 +156,16 @@ int largestDifference(const platform::Image& a, const platform::Image& b) {
   return largest;
 }
 
+double meanDifference(const platform::Image& a, const platform::Image& b) {
+  double sum = 0;
+  for (std::size_t y = 0; y < a.height(); ++y) {
+    for (std::size_t x = 0; x < a.width(); ++x) {
+      const auto p = a.pixel(x, y);
+      const auto q = b.pixel(x, y);
+      sum += std::abs(p.r - q.r) + std::abs(p.g - q.g) + std::abs(p.b - q.b) + std::abs(p.a - q.a);
+    }
+  }
+  return sum / static_cast<double>(a.width() * a.height() * 4);
+}
+
 } // namespace frameloom::testing

@@ -32,5 +32,7 @@ DecodedAnimation decodeWebp(const std::vector<std::uint8_t>& bytes);
 
 // The largest difference of any component between two images of the same size.
 int largestDifference(const platform::Image& a, const platform::Image& b);
+// The mean absolute difference of all components.
+double meanDifference(const platform::Image& a, const platform::Image& b);
 
 } // namespace frameloom::testing

@@ -87,5 +87,13 @@ TEST_F(Pictures, SheetCellsCarryTheirFrameNumbers) {
   }
 }
 
+TEST_F(Pictures, PlayWritesFramesAtTheSizeAsked) {
+  const ToolRun result = run("play in.lottie --size 30x20 --seconds 0.3 --output frames");
+  ASSERT_EQ(result.status, 0) << result.err;
+  const auto frame = platform::readPng(folder / "frames/frame-00001.png");
+  EXPECT_EQ(std::pair(frame->width(), frame->height()), std::pair(30ul, 20ul));
+  EXPECT_EQ(run("play in.lottie --size 30 --seconds 0.3").status, 2);
+}
+
 } // namespace
 } // namespace frameloom::testing

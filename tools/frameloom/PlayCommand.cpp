@@ -2,6 +2,7 @@
 
 #include "ProgressBar.h"
 #include "RenderSource.h"
+#include "Usage.h"
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/platform/runtime/Task.h>
@@ -102,6 +103,14 @@ asio::awaitable<void> loadAndMark(std::shared_ptr<LottiePlayer> player, platform
   *loading = false;
 }
 
+platform::Size frameSize(const std::string& text) {
+  const auto [width, height] = parseSize(text, "size");
+  if (width >= platform::Image::maxDimension + 1 || height >= platform::Image::maxDimension + 1) {
+    throw UsageError("size " + text + " is beyond 16384 pixels on a side");
+  }
+  return {width, height};
+}
+
 } // namespace
 
 asio::awaitable<PlayResult> playFor(const PlayOptions& options, Console& console) {
@@ -110,6 +119,7 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options, Console& console
   }
   auto writer = std::make_shared<FrameWriter>(options.output);
   auto player = LottiePlayer::create(options.fps);
+  player->setRenderSize(frameSize(options.size));
   // The player lives until it is stopped, so it is stopped however playing ends.
   StopOnExit stopper{player};
   player->setDelegate(writer);
@@ -176,6 +186,8 @@ void addPlayCommand(CLI::App& app, Console& console) {
   command->add_option("SOURCE", options->source, "A .lottie file or an http(s) URL")->required();
   command->add_option("--fps", options->fps, "Frames per second of the display clock (default 60)")
       ->check(numberCheck(1, 1000));
+  command->add_option("--size", options->size, "Pixel size of the frames WxH (default 250x250)")
+      ->check(sizeCheck());
   command->add_option("--seconds", options->seconds, "How long to play (default 3)")
       ->check(numberCheck(0, 86400));
   command->add_option("--from", options->from, "Start at this time in seconds");

@@ -16,6 +16,7 @@ namespace frameloom::tool {
 struct PlayOptions {
   std::string source;
   float fps = 60;
+  std::string size = "250x250";
   double seconds = 3;
   std::optional<float> from;
   std::optional<std::filesystem::path> output;
