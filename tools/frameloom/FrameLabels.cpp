@@ -22,8 +22,8 @@ std::shared_ptr<const platform::Image> labelFrames(const platform::Image& sheet,
   using platform::DigitFont;
   const std::size_t cellWidth = sheet.width() / columns;
   const std::size_t cellHeight = sheet.height() / rows;
-  // About a twelfth of the cell high, and never more than a third of it.
-  const std::size_t scale = std::max<std::size_t>(1, cellHeight / (12 * DigitFont::height(1)));
+  // About an eighth of the cell high, and never more than a third of it.
+  const std::size_t scale = std::max<std::size_t>(1, cellHeight / (8 * DigitFont::height(1)));
   std::vector<std::uint8_t> pixels;
   pixels.reserve(sheet.width() * sheet.height() * 4);
   for (std::size_t y = 0; y < sheet.height(); ++y) {

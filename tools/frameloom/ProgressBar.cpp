@@ -1,5 +1,6 @@
 #include "ProgressBar.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -72,6 +73,15 @@ std::string ProgressBar::amount(double units) const {
   return text;
 }
 
+std::string ProgressBar::rate(double unitsPerSecond) const {
+  if (units_ == Units::bytes) {
+    return amount(unitsPerSecond) + "/s";
+  }
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f/s", unitsPerSecond);
+  return text;
+}
+
 void ProgressBar::draw(const platform::Progress& progress) {
   std::lock_guard lock(mutex_);
   const double fraction = std::clamp(progress.fractionCompleted(), 0.0, 1.0);
@@ -93,7 +103,7 @@ void ProgressBar::draw(const platform::Progress& progress) {
   }
   if (elapsed >= secondsBeforeEstimate && fraction > 0) {
     if (total > 0) {
-      text += ", " + amount(done / elapsed) + (units_ == Units::bytes ? "/s" : "/s");
+      text += ", " + rate(done / elapsed);
     }
     if (fraction < 1) {
       text += ", " + duration(elapsed * (1 - fraction) / fraction) + " left";

@@ -34,6 +34,7 @@ public:
 private:
   void draw(const platform::Progress& progress);
   std::string amount(double units) const;
+  std::string rate(double unitsPerSecond) const;
 
   Console& console_;
   std::string label_;
