@@ -41,6 +41,12 @@ install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}
 
 if(FRAMELOOM_BUILD_TOOL)
   install(TARGETS frameloom_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  if(FRAMELOOM_HELP2MAN)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/frameloom/frameloom.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/frameloom/frameloom-completion.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME frameloom)
 endif()
 
 set(CPACK_PACKAGE_NAME frameloom-dev)

@@ -44,7 +44,8 @@ target_link_libraries(frameloom
   PUBLIC frameloom_ziploom Frameloom::asio CURL::libcurl
   PRIVATE PNG::PNG PkgConfig::FRAMELOOM_WEBP PkgConfig::FRAMELOOM_UUID PkgConfig::FRAMELOOM_RLOTTIE
           PkgConfig::FRAMELOOM_PCRE2 PkgConfig::FRAMELOOM_UTF8PROC PkgConfig::FRAMELOOM_FREETYPE
-          PkgConfig::FRAMELOOM_HARFBUZZ PkgConfig::FRAMELOOM_FONTCONFIG nlohmann_json::nlohmann_json)
+          PkgConfig::FRAMELOOM_HARFBUZZ PkgConfig::FRAMELOOM_FONTCONFIG nlohmann_json::nlohmann_json
+          PkgConfig::FRAMELOOM_WEBPMUX PkgConfig::FRAMELOOM_GIF ZLIB::ZLIB)
 
 configure_file(${CMAKE_CURRENT_LIST_DIR}/Version.h.in
   ${FRAMELOOM_GENERATED_INCLUDE_DIR}/frameloom/Version.h @ONLY)

@@ -12,6 +12,7 @@ packages=(
   libsdl2-dev xvfb
   libfreetype-dev libharfbuzz-dev libfontconfig-dev fonts-dejavu-core
   libdeflate-dev
+  libgif-dev help2man
 )
 
 missing=()

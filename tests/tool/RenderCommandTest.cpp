@@ -69,13 +69,15 @@ TEST_F(RenderCommand, FailuresExplainThemselvesAndWriteNothing) {
   const ToolRun frame = run("render in.lottie --frame 61 --output out.png");
   EXPECT_EQ(std::pair(frame.status, frame.err),
             std::pair(1, std::string("frameloom: frame 61 is outside the animation's 0...60\n")));
-  // The last two are refused before any frame is rendered: too wide, too many pixels.
-  for (const char* arguments :
-       {"--size 0x10", "--sheet 0x3", "--colors red", "--size 4000x4000 --sheet 100x100",
-        "--size 2000x2000 --sheet 8x8"}) {
+  // Malformed values and sheets that could not be drawn are usage errors, refused before any
+  // frame is rendered.
+  for (const char* arguments : {"--size 0x10", "--size 300", "--sheet 0x3", "--sheet 4",
+                                "--colors red", "--size 4000x4000 --sheet 100x100",
+                                "--size 2000x2000 --sheet 8x8", "--fps 0", "--format bmp"}) {
     const ToolRun bad = run("render in.lottie " + std::string(arguments) + " --output out.png");
-    EXPECT_EQ(bad.status, 1) << arguments;
+    EXPECT_EQ(bad.status, 2) << arguments;
     EXPECT_TRUE(bad.err.starts_with("frameloom: ")) << bad.err;
+    EXPECT_TRUE(bad.err.ends_with("(see 'frameloom render --help')\n")) << bad.err;
   }
   // Not a regular file: refused before a byte is read (reading would never end).
   EXPECT_EQ(run("render /dev/zero --output out.png").err, "frameloom: cannot load /dev/zero\n");

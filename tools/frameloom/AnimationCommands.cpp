@@ -2,9 +2,14 @@
 
 #include "ColorArguments.h"
 #include "ErrorText.h"
+#include "OutputFile.h"
+#include "RenderSource.h"
+#include "StandardInput.h"
+#include "Swatches.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/files/DotLottieFile.h>
 #include <frameloom/platform/core/DecimalText.h>
+#include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/renderer/Limits.h>
 
@@ -27,15 +32,16 @@ namespace fs = std::filesystem;
 // The library's errors say what went wrong; put the file involved in front.
 template <typename Action>
 void naming(const std::string& path, Action action) {
+  const std::string name = isStandardStream(path) ? "standard input" : path;
   try {
-    action();
+    withInputFile(path, action);
   } catch (const std::exception& error) {
-    throw std::runtime_error(errorTextNaming(path, error));
+    throw std::runtime_error(errorTextNaming(name, error));
   }
 }
 
-void info(const std::string& path) {
-  naming(path, [&] {
+void info(const std::string& name) {
+  naming(name, [&](const fs::path& path) {
     const DotLottieFile file(path);
     std::printf("size: %s x %s\n", platform::shortestDecimal(file.size().width).c_str(),
                 platform::shortestDecimal(file.size().height).c_str());
@@ -59,10 +65,27 @@ bool isJSONDocument(const fs::path& path) {
   return extension == ".json";
 }
 
-void palette(const std::string& path) {
-  naming(path, [&] {
+// Whether `path` holds a JSON document rather than a .lottie archive: by its name, else by its
+// first bytes (an archive starts with "PK").
+bool looksLikeJSON(const fs::path& path) {
+  if (isJSONDocument(path)) {
+    return true;
+  }
+  // Only a regular file is looked into: opening a FIFO would wait for a writer.
+  std::error_code error;
+  if (!fs::is_regular_file(path, error)) {
+    return false;
+  }
+  std::ifstream in(path, std::ios::binary);
+  char first[2] = {};
+  in.read(first, 2);
+  return in.gcount() == 2 && !(first[0] == 'P' && first[1] == 'K');
+}
+
+void palette(const std::string& name, const std::string& swatches) {
+  naming(name, [&](const fs::path& path) {
     std::vector<DotLottieFile::PaletteColor> colors;
-    if (isJSONDocument(path)) {
+    if (looksLikeJSON(path)) {
       // A FIFO or device would block or never end; an oversized document is refused unread.
       std::error_code error;
       const auto status = fs::status(path, error);
@@ -83,9 +106,19 @@ void palette(const std::string& path) {
     } else {
       colors = DotLottieFile::readPalette(path);
     }
+    const bool colour = standardOutputShowsColor();
     for (const auto& color : colors) {
-      std::printf("%s %s %zu\n", formatHexColor(color.color).c_str(), color.key.c_str(),
-                  color.uses);
+      std::printf("%s%s %s %zu\n", colour ? (ansiSwatch(color.color) + " ").c_str() : "",
+                  formatHexColor(color.color).c_str(), color.key.c_str(), color.uses);
+    }
+    if (!swatches.empty()) {
+      std::vector<ColorComponents> components;
+      for (const auto& color : colors) {
+        components.push_back(color.color);
+      }
+      // One row of 32-pixel squares, at most as wide as a picture may be.
+      components.resize(std::min(components.size(), platform::Image::maxDimension / 32));
+      writeOutput(platform::encodePng(*makeSwatches(components, 32)), swatches);
     }
   });
 }
@@ -115,25 +148,18 @@ void moveFile(const fs::path& from, const fs::path& to) {
 void recolor(const std::string& path, const std::string& colorList, const std::string& output) {
   auto colors = parseColorList(colorList);
   fs::path result;
-  naming(path, [&] { result = DotLottieFile::recolor(path, std::move(colors), 3); });
+  naming(path, [&](const fs::path& file) {
+    result = DotLottieFile::recolor(file, std::move(colors), 3);
+  });
   if (!output.empty()) {
-    naming(output, [&] { moveFile(result, output); });
+    try {
+      moveFile(result, output);
+    } catch (const std::exception& error) {
+      throw std::runtime_error(errorTextNaming(output, error));
+    }
     result = output;
   }
   std::printf("%s\n", result.c_str());
-}
-
-CLI::Validator colorListValidator() {
-  return CLI::Validator(
-      [](std::string& text) {
-        try {
-          parseColorList(text);
-          return std::string();
-        } catch (const std::invalid_argument& error) {
-          return std::string(error.what());
-        }
-      },
-      "#RGB|#RRGGBB|#RRGGBBAA,...");
 }
 
 } // namespace
@@ -148,9 +174,13 @@ void addAnimationCommands(CLI::App& app) {
   auto* paletteCommand = app.add_subcommand(
       "palette", "List the distinct source colours in the order recolouring replaces them");
   auto palettePath = std::make_shared<std::string>();
-  paletteCommand->add_option("FILE", *palettePath, "A .lottie file or a Lottie .json document")
+  auto swatches = std::make_shared<std::string>();
+  paletteCommand
+      ->add_option("FILE", *palettePath,
+                   "A .lottie file or a Lottie .json document, or - for standard input")
       ->required();
-  paletteCommand->callback([palettePath] { palette(*palettePath); });
+  paletteCommand->add_option("--swatches", *swatches, "Also write the colours as a PNG picture");
+  paletteCommand->callback([palettePath, swatches] { palette(*palettePath, *swatches); });
 
   auto* recolorCommand =
       app.add_subcommand("recolor", "Write a recoloured copy of a .lottie file and print its path");
@@ -160,7 +190,7 @@ void addAnimationCommands(CLI::App& app) {
   recolorCommand->add_option("FILE", *recolorPath, "The .lottie file")->required();
   recolorCommand->add_option("--colors", *colors, "The new colours, in order, comma-separated")
       ->required()
-      ->check(colorListValidator());
+      ->check(colorListCheck());
   recolorCommand->add_option("--output", *output,
                              "Move the recoloured copy here instead of the temporary directory");
   recolorCommand->callback(

@@ -1,14 +1,20 @@
 #include "ArchiveCommands.h"
 
 #include "Interruption.h"
+#include "OutputFile.h"
 #include "ProgressBar.h"
+#include "StandardInput.h"
+#include "Usage.h"
 
 #include <frameloom/ziploom/Archive.h>
 #include <frameloom/ziploom/Compression.h>
 #include <frameloom/ziploom/Errors.h>
 #include <frameloom/ziploom/FileSystem.h>
 
+#include <unistd.h>
+
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -17,8 +23,12 @@ namespace frameloom::tool {
 
 namespace {
 
+namespace fs = std::filesystem;
 using ziploom::Archive;
 using ziploom::Entry;
+
+// What to do with an item that is already where unzipping would put one.
+enum class ExistingItems { refuse, overwrite, skip };
 
 // Ziploom's own errors say what went wrong but not where; name the archive in front. A FileError
 // names its own path already.
@@ -66,18 +76,23 @@ void refuseIfDamaged(const std::string& archivePath, const Archive& archive) {
   }
 }
 
-void list(const std::string& archivePath) {
+void list(const std::string& archiveName) {
+  const std::string archivePath = isStandardStream(archiveName) ? "standard input" : archiveName;
   naming(archivePath, [&] {
-    const Archive archive(archivePath, Archive::AccessMode::read);
-    for (const auto& entry : archive) {
-      std::printf("%s %s %llu %llu %08x %s\n", typeName(entry.type()),
-                  methodName(entry.localFileHeader.compressionMethod).c_str(),
-                  static_cast<unsigned long long>(entry.uncompressedSize()),
-                  static_cast<unsigned long long>(entry.compressedSize()), entry.checksum(),
-                  entry.path().c_str());
-    }
-    std::fflush(stdout);
-    refuseIfDamaged(archivePath, archive);
+    withInputFile(archiveName, [&](const fs::path& file) {
+      const Archive archive(file, Archive::AccessMode::read);
+      for (const auto& entry : archive) {
+        std::printf("%s %s %llu %llu %08x %s\n", typeName(entry.type()),
+                    methodName(entry.localFileHeader.compressionMethod).c_str(),
+                    static_cast<unsigned long long>(entry.uncompressedSize()),
+                    static_cast<unsigned long long>(entry.compressedSize()), entry.checksum(),
+                    entry.path().c_str());
+      }
+      if (std::fflush(stdout) != 0) {
+        throw std::runtime_error("cannot write to standard output");
+      }
+      refuseIfDamaged(archivePath, archive);
+    });
   });
 }
 
@@ -110,9 +125,9 @@ ziploom::CompressionMethod method(bool deflate) {
   return deflate ? ziploom::CompressionMethod::deflate : ziploom::CompressionMethod::none;
 }
 
-bool isPresent(const std::string& path) {
+bool isPresent(const fs::path& path) {
   std::error_code error;
-  return std::filesystem::exists(std::filesystem::symlink_status(path, error));
+  return fs::exists(fs::symlink_status(path, error));
 }
 
 // Runs `action`, which makes `archivePath` when it is missing; a failure then takes away the
@@ -125,60 +140,154 @@ void makingArchive(const std::string& archivePath, Action action) {
   } catch (...) {
     if (!existed) {
       std::error_code ignored;
-      std::filesystem::remove(archivePath, ignored);
+      fs::remove(archivePath, ignored);
     }
     throw;
   }
 }
 
-void zip(Interruption& interruption, const std::string& source, const std::string& archivePath,
-         bool deflate, bool keepParent) {
+// Moves `from` onto `to`: a rename, or across file systems a copy that is then removed.
+void moveOnto(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  fs::rename(from, to, error);
+  if (error == std::errc::cross_device_link) {
+    fs::copy_file(from, to);
+    fs::remove(from);
+  } else if (error) {
+    throw fs::filesystem_error("cannot move the archive into place", from, to, error);
+  }
+}
+
+// A temporary file name outside any folder being zipped, removed when it goes.
+struct ScratchArchive {
+  fs::path path =
+      fs::temp_directory_path() / ("frameloom-zip-" + std::to_string(::getpid()) + ".zip");
+  ~ScratchArchive() {
+    std::error_code ignored;
+    fs::remove(path, ignored);
+  }
+};
+
+void zip(Interruption& interruption, Console& console, const std::string& source,
+         const std::string& archivePath, bool deflate, bool keepParent) {
   if (isPresent(archivePath)) {
     throw ziploom::FileError(ziploom::FileError::Code::fileWriteFileExists, archivePath);
   }
   makingArchive(archivePath, [&] {
-    ProgressBar bar("zip");
+    ProgressBar bar(console, "zip", "items");
     const auto cancelling = interruption.cancelOnSignal(bar.progress());
-    ziploom::zipItem(source, archivePath, keepParent, method(deflate), bar.progress());
+    // An archive inside the folder being zipped would meet itself on the walk: it is made
+    // elsewhere and moved into place afterwards.
+    if (fs::is_directory(source) &&
+        ziploom::isContained(fs::absolute(archivePath), fs::absolute(source))) {
+      ScratchArchive scratch;
+      fs::remove(scratch.path);
+      ziploom::zipItem(source, scratch.path, keepParent, method(deflate), bar.progress());
+      moveOnto(scratch.path, archivePath);
+    } else {
+      ziploom::zipItem(source, archivePath, keepParent, method(deflate), bar.progress());
+    }
   });
 }
 
-void unzip(Interruption& interruption, const std::string& archivePath,
-           const std::string& destination, bool skipCRC, bool allowUncontainedSymlinks) {
+// Moves what was unzipped into `staging` over to `destination`, item by item: folders are
+// merged, and an item already there is replaced or kept as `existing` says.
+void mergeInto(const fs::path& staging, const fs::path& destination, ExistingItems existing) {
+  for (const auto& item : fs::directory_iterator(staging)) {
+    const fs::path target = destination / item.path().filename();
+    const auto targetStatus = fs::symlink_status(target);
+    if (!fs::exists(targetStatus)) {
+      fs::rename(item.path(), target);
+    } else if (fs::is_directory(targetStatus) && item.is_directory() && !item.is_symlink()) {
+      mergeInto(item.path(), target, existing);
+    } else if (existing == ExistingItems::overwrite) {
+      fs::remove_all(target);
+      fs::rename(item.path(), target);
+    }
+  }
+}
+
+// The staging folder inside the destination, removed with what is left in it.
+struct StagingFolder {
+  fs::path path;
+  ~StagingFolder() {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+  }
+};
+
+void unzip(Interruption& interruption, Console& console, const std::string& archivePath,
+           const std::string& destination, bool skipCRC, bool allowUncontainedSymlinks,
+           ExistingItems existing) {
   naming(archivePath, [&] {
     refuseIfDamaged(archivePath, Archive(archivePath, Archive::AccessMode::read));
-    ProgressBar bar("unzip");
+    ProgressBar bar(console, "unzip", "items");
     const auto cancelling = interruption.cancelOnSignal(bar.progress());
-    ziploom::unzipItem(archivePath, destination, skipCRC, allowUncontainedSymlinks, bar.progress());
+    if (existing == ExistingItems::refuse) {
+      ziploom::unzipItem(archivePath, destination, skipCRC, allowUncontainedSymlinks,
+                         bar.progress());
+      return;
+    }
+    // Unzipped beside the items it may meet, then moved over them one by one: the archive's
+    // checks run as usual, and a failure part-way leaves the folder's own items untouched.
+    fs::create_directories(destination);
+    StagingFolder staging{fs::path(destination) /
+                          (".frameloom-unzip-" + std::to_string(::getpid()))};
+    ziploom::unzipItem(archivePath, staging.path, skipCRC, allowUncontainedSymlinks,
+                       bar.progress());
+    if (fs::exists(staging.path)) {
+      mergeInto(staging.path, destination, existing);
+    }
   });
 }
 
-void add(Interruption& interruption, const std::string& archivePath, const std::string& entryPath,
-         const std::string& item, bool deflate) {
+void add(Interruption& interruption, Console& console, const std::string& archivePath,
+         const std::string& entryPath, const std::string& item, bool deflate) {
   makingArchive(archivePath, [&] {
     Archive archive(archivePath, isPresent(archivePath) ? Archive::AccessMode::update
                                                         : Archive::AccessMode::create);
-    ProgressBar bar("add");
+    // An entry of the same path is replaced: the new one is added first, so that a failed add
+    // leaves the old one in place, and the old one is removed after.
+    std::optional<Entry> old = archive[entryPath];
+    if (!old) {
+      old = archive[entryPath + "/"];
+    }
+    ProgressBar bar(console, "add");
     const auto cancelling = interruption.cancelOnSignal(bar.progress());
     archive.addEntry(entryPath, Archive::FileURL{item}, method(deflate),
                      ziploom::defaultWriteChunkSize, bar.progress());
+    if (old) {
+      archive.remove(*old);
+    }
   });
 }
 
-void remove(Interruption& interruption, const std::string& archivePath,
+void remove(Interruption& interruption, Console& console, const std::string& archivePath,
             const std::string& entryPath) {
   naming(archivePath, [&] {
     Archive archive(archivePath, Archive::AccessMode::update);
     const Entry entry = entryNamed(archive, archivePath, entryPath);
-    ProgressBar bar("remove");
+    ProgressBar bar(console, "remove");
     const auto cancelling = interruption.cancelOnSignal(bar.progress());
     archive.remove(entry, ziploom::defaultReadChunkSize, bar.progress());
   });
 }
 
+// --store, --deflate and -0 ... -9 as zip takes them: -0 stores, the others deflate (Ziploom
+// deflates at zlib's default level whichever digit is given).
+void addCompressionOptions(CLI::App& command, bool& deflate, bool deflateByDefault) {
+  deflate = deflateByDefault;
+  auto* store = command.add_flag_callback(
+      "--store,-0", [&deflate] { deflate = false; }, "Store the files uncompressed");
+  auto* compress = command.add_flag_callback(
+      "--deflate,-1,-2,-3,-4,-5,-6,-7,-8,-9", [&deflate] { deflate = true; },
+      std::string("Deflate the files") + (deflateByDefault ? " (the default)" : ""));
+  store->excludes(compress);
+}
+
 } // namespace
 
-void addArchiveCommands(CLI::App& app, Interruption& interruption) {
+void addArchiveCommands(CLI::App& app, Interruption& interruption, Console& console) {
   auto* archive = app.add_subcommand("archive", "Read and write ZIP archives");
   archive->require_subcommand(1);
 
@@ -186,7 +295,7 @@ void addArchiveCommands(CLI::App& app, Interruption& interruption) {
       "list", "List the entries in central-directory order: type, method, uncompressed size, "
               "compressed size, CRC-32, path");
   auto listPath = std::make_shared<std::string>();
-  listCommand->add_option("ARCHIVE", *listPath, "The archive")->required();
+  listCommand->add_option("ARCHIVE", *listPath, "The archive, or - for standard input")->required();
   listCommand->callback([listPath] { list(*listPath); });
 
   auto* catCommand =
@@ -201,22 +310,26 @@ void addArchiveCommands(CLI::App& app, Interruption& interruption) {
     std::string first;
     std::string second;
     std::string third;
-    bool deflate = false;
+    bool zipDeflate = true;
+    bool addDeflate = false;
     bool keepParent = false;
     bool skipCRC = false;
     bool allowUncontainedSymlinks = false;
+    bool overwrite = false;
+    bool skipExisting = false;
   };
   auto options = std::make_shared<Options>();
 
-  auto* zipCommand =
-      archive->add_subcommand("zip", "Zip a file or a folder tree into a new archive");
+  auto* zipCommand = archive->add_subcommand(
+      "zip", "Zip a file or a folder tree into a new archive, deflated unless --store");
   zipCommand->add_option("SOURCE", options->first, "The file or folder to zip")->required();
   zipCommand->add_option("ARCHIVE", options->second, "The archive to make")->required();
-  zipCommand->add_flag("--deflate", options->deflate, "Compress the files");
+  addCompressionOptions(*zipCommand, options->zipDeflate, true);
   zipCommand->add_flag("--keep-parent", options->keepParent,
                        "Put everything below an entry named for the folder");
-  zipCommand->callback([options, &interruption] {
-    zip(interruption, options->first, options->second, options->deflate, options->keepParent);
+  zipCommand->callback([options, &interruption, &console] {
+    zip(interruption, console, options->first, options->second, options->zipDeflate,
+        options->keepParent);
   });
 
   auto* unzipCommand = archive->add_subcommand(
@@ -226,28 +339,39 @@ void addArchiveCommands(CLI::App& app, Interruption& interruption) {
   unzipCommand->add_flag("--skip-crc", options->skipCRC, "Do not compare checksums");
   unzipCommand->add_flag("--allow-uncontained-symlinks", options->allowUncontainedSymlinks,
                          "Make symbolic links that point outside the folder");
-  unzipCommand->callback([options, &interruption] {
-    unzip(interruption, options->first, options->second, options->skipCRC,
-          options->allowUncontainedSymlinks);
+  auto* overwrite = unzipCommand->add_flag("--overwrite", options->overwrite,
+                                           "Replace files that are already there");
+  unzipCommand
+      ->add_flag("--skip-existing", options->skipExisting, "Keep files that are already there")
+      ->excludes(overwrite);
+  unzipCommand->callback([options, &interruption, &console] {
+    const ExistingItems existing = options->overwrite      ? ExistingItems::overwrite
+                                   : options->skipExisting ? ExistingItems::skip
+                                                           : ExistingItems::refuse;
+    unzip(interruption, console, options->first, options->second, options->skipCRC,
+          options->allowUncontainedSymlinks, existing);
   });
 
   auto* addCommand = archive->add_subcommand(
-      "add", "Add one file, folder or link (making the archive when it is missing)");
+      "add", "Add one file, folder or link (making the archive when it is missing); an entry "
+             "of the same path is replaced");
   addCommand->add_option("ARCHIVE", options->first, "The archive")->required();
   addCommand->add_option("ENTRYPATH", options->second, "The entry's path in the archive")
       ->required();
   addCommand->add_option("FILE", options->third, "The file, folder or link to add")->required();
-  addCommand->add_flag("--deflate", options->deflate, "Compress the file");
-  addCommand->callback([options, &interruption] {
-    add(interruption, options->first, options->second, options->third, options->deflate);
+  addCompressionOptions(*addCommand, options->addDeflate, false);
+  addCommand->callback([options, &interruption, &console] {
+    add(interruption, console, options->first, options->second, options->third,
+        options->addDeflate);
   });
 
   auto* removeCommand = archive->add_subcommand("remove", "Remove one entry");
   removeCommand->add_option("ARCHIVE", options->first, "The archive")->required();
   removeCommand->add_option("ENTRYPATH", options->second, "The entry's path in the archive")
       ->required();
-  removeCommand->callback(
-      [options, &interruption] { remove(interruption, options->first, options->second); });
+  removeCommand->callback([options, &interruption, &console] {
+    remove(interruption, console, options->first, options->second);
+  });
 }
 
 } // namespace frameloom::tool

@@ -1,5 +1,7 @@
 #include "CacheCommands.h"
 
+#include "Usage.h"
+
 #include <frameloom/cache/LottieCache.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 
@@ -12,9 +14,10 @@ namespace frameloom::tool {
 namespace {
 
 void fetch(const std::string& text) {
-  const std::optional<platform::Url> url = platform::Url::parse(text);
+  const std::optional<platform::Url> url =
+      platform::Url::isHttp(text) ? platform::Url::parse(text) : std::nullopt;
   if (!url) {
-    throw std::runtime_error("not an absolute URL: " + text);
+    throw UsageError("'" + text + "' is not an http(s) URL");
   }
   LottieCache& cache = LottieCache::shared();
   LottieCache::Data data;

@@ -99,7 +99,7 @@ asio::awaitable<void> writeContactSheet(const fs::path& path, const fs::path& sh
   }
 }
 
-void runDemo(const fs::path& folder) {
+void runDemo(const fs::path& folder, Console& console) {
   fs::create_directories(folder);
   const fs::path original = folder / "demo.lottie";
   writeFile(original, packDemoLottie());
@@ -131,20 +131,20 @@ void runDemo(const fs::path& folder) {
   play.fps = 30;
   play.seconds = 2;
   play.output = folder / "frames";
-  auto result = platform::MainLoop::shared().runUntilComplete(playFor(play));
+  auto result = platform::MainLoop::shared().runUntilComplete(playFor(play, console));
   std::cout << "frames: " << deliveredLine(result) << ", written to " << play.output->string()
             << "\n";
 }
 
 } // namespace
 
-void addDemoCommand(CLI::App& app) {
+void addDemoCommand(CLI::App& app, Console& console) {
   auto folder = std::make_shared<fs::path>("frameloom-demo");
   auto* command = app.add_subcommand(
       "demo", "Run the bundled animation through sizing, palette, recolouring, rendering and "
               "playing, writing the results into a folder");
   command->add_option("--output", *folder, "The folder to write into (default ./frameloom-demo)");
-  command->callback([folder] { runDemo(*folder); });
+  command->callback([folder, &console] { runDemo(*folder, console); });
 }
 
 } // namespace frameloom::tool

@@ -1,6 +1,8 @@
 #include "PlayCommand.h"
 
 #include "ProgressBar.h"
+#include "RenderSource.h"
+#include "Usage.h"
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 #include <frameloom/platform/runtime/Task.h>
@@ -101,14 +103,23 @@ asio::awaitable<void> loadAndMark(std::shared_ptr<LottiePlayer> player, platform
   *loading = false;
 }
 
+platform::Size frameSize(const std::string& text) {
+  const auto [width, height] = parseSize(text, "size");
+  if (width >= platform::Image::maxDimension + 1 || height >= platform::Image::maxDimension + 1) {
+    throw UsageError("size " + text + " is beyond 16384 pixels on a side");
+  }
+  return {width, height};
+}
+
 } // namespace
 
-asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
+asio::awaitable<PlayResult> playFor(const PlayOptions& options, Console& console) {
   if (options.output) {
     fs::create_directories(*options.output);
   }
   auto writer = std::make_shared<FrameWriter>(options.output);
   auto player = LottiePlayer::create(options.fps);
+  player->setRenderSize(frameSize(options.size));
   // The player lives until it is stopped, so it is stopped however playing ends.
   StopOnExit stopper{player};
   player->setDelegate(writer);
@@ -140,7 +151,7 @@ asio::awaitable<PlayResult> playFor(const PlayOptions& options) {
     throw std::runtime_error("cannot load an animation from " + options.source);
   }
 
-  ProgressBar bar("play");
+  ProgressBar bar(console, "play");
   bar.progress()->setTotalUnitCount(
       std::chrono::duration_cast<std::chrono::milliseconds>(length).count());
   const auto start = deadline - length;
@@ -168,20 +179,22 @@ std::string deliveredLine(const PlayResult& result) {
   return line.str();
 }
 
-void addPlayCommand(CLI::App& app) {
+void addPlayCommand(CLI::App& app, Console& console) {
   auto options = std::make_shared<PlayOptions>();
   auto* command = app.add_subcommand(
       "play", "Play an animation through the player on the display clock, writing its frames");
   command->add_option("SOURCE", options->source, "A .lottie file or an http(s) URL")->required();
   command->add_option("--fps", options->fps, "Frames per second of the display clock (default 60)")
-      ->check(CLI::Range(1.0f, 1000.0f));
+      ->check(numberCheck(1, 1000));
+  command->add_option("--size", options->size, "Pixel size of the frames WxH (default 250x250)")
+      ->check(sizeCheck());
   command->add_option("--seconds", options->seconds, "How long to play (default 3)")
-      ->check(CLI::Range(0.0, 86400.0));
+      ->check(numberCheck(0, 86400));
   command->add_option("--from", options->from, "Start at this time in seconds");
   command->add_option("--output", options->output,
                       "Folder to write the frames into as frame-00001.png, ...");
-  command->callback([options] {
-    auto result = platform::MainLoop::shared().runUntilComplete(playFor(*options));
+  command->callback([options, &console] {
+    auto result = platform::MainLoop::shared().runUntilComplete(playFor(*options, console));
     std::cout << deliveredLine(result) << std::endl;
   });
 }

@@ -1,18 +1,18 @@
 #include "RenderCommand.h"
 
+#include "AnimatedOutput.h"
 #include "ColorArguments.h"
+#include "FrameLabels.h"
+#include "OutputFile.h"
 #include "ProgressBar.h"
-#include <frameloom/actor/DotLottieActor.h>
-#include <frameloom/cache/LottieCache.h>
+#include "RenderSource.h"
+#include "Usage.h"
 #include <frameloom/platform/core/DecimalText.h>
 #include <frameloom/platform/graphics/ContactSheet.h>
 #include <frameloom/platform/graphics/Png.h>
 #include <frameloom/platform/runtime/MainLoop.h>
 
-#include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -31,50 +31,10 @@ struct RenderOptions {
   std::optional<float> frame;
   std::string sheet;
   std::string output;
+  std::string format;
+  std::string background;
+  AnimationRange range;
 };
-
-// "AxB" as two positive finite numbers; throws std::invalid_argument naming `what` otherwise.
-template <class Number>
-std::pair<Number, Number> parsePair(const std::string& text, const char* what) {
-  const auto x = text.find('x');
-  Number first{};
-  Number second{};
-  const char* end = text.data() + text.size();
-  if (x != std::string::npos) {
-    const auto [firstEnd, firstError] = std::from_chars(text.data(), text.data() + x, first);
-    const auto [secondEnd, secondError] = std::from_chars(text.data() + x + 1, end, second);
-    if (firstError == std::errc() && firstEnd == text.data() + x && secondError == std::errc() &&
-        secondEnd == end && first > 0 && second > 0 && std::isfinite(double(first)) &&
-        std::isfinite(double(second))) {
-      return {first, second};
-    }
-  }
-  throw std::invalid_argument(std::string("invalid ") + what + " '" + text + "'");
-}
-
-asio::awaitable<DotLottieActor::Animation> loadSource(const RenderOptions& options,
-                                                      platform::Size size) {
-  std::optional<std::vector<platform::Color>> colors;
-  if (!options.colors.empty()) {
-    colors.emplace();
-    for (const std::vector<double>& c : parseColorList(options.colors)) {
-      colors->emplace_back(c[0], c[1], c[2], c[3]);
-    }
-  }
-  if (platform::Url::isHttp(options.source)) {
-    if (colors) {
-      throw std::invalid_argument("--colors needs a local .lottie file, not a URL");
-    }
-    const auto url = platform::Url::parse(options.source);
-    if (!url) {
-      throw std::invalid_argument("invalid URL " + options.source);
-    }
-    const LottieCache::Data bytes = co_await LottieCache::shared().loadLottie(*url);
-    co_return co_await DotLottieActor::load(*bytes, size);
-  }
-  co_return co_await DotLottieActor::load(platform::Url::fromFilePath(options.source), size,
-                                          std::move(colors));
-}
 
 // The frame numbers to render: the one asked for, or one per sheet cell spread evenly from the
 // first frame to the last.
@@ -91,16 +51,8 @@ std::vector<float> framesToRender(const RenderOptions& options, float totalFrame
   if (options.sheet.empty()) {
     return {0};
   }
-  const auto [columns, rows] = parsePair<std::size_t>(options.sheet, "sheet");
-  const std::size_t count = columns * rows;
-  if (count > 10000) {
-    throw std::invalid_argument("a sheet holds at most 10000 frames");
-  }
-  std::vector<float> frames;
-  for (std::size_t i = 0; i < count; ++i) {
-    frames.push_back(count == 1 ? 0 : static_cast<float>(i) * last / static_cast<float>(count - 1));
-  }
-  return frames;
+  const auto [columns, rows] = parseGrid(options.sheet, "sheet");
+  return evenlySpacedFrames(columns * rows, last);
 }
 
 // Refuses a sheet that could not be drawn before any frame is rendered for it. Its frames are all
@@ -111,76 +63,129 @@ void checkSheetSize(const RenderOptions& options, double width, double height) {
   if (options.sheet.empty()) {
     return;
   }
-  const auto [columns, rows] = parsePair<std::size_t>(options.sheet, "sheet");
+  const auto [columns, rows] = parseGrid(options.sheet, "sheet");
+  if (columns * rows > maxSheetFrames) {
+    throw UsageError("a sheet holds at most " + std::to_string(maxSheetFrames) + " frames");
+  }
   const double sheetWidth = static_cast<double>(columns) * std::ceil(width);
   const double sheetHeight = static_cast<double>(rows) * std::ceil(height);
   if (sheetWidth > platform::Image::maxDimension || sheetHeight > platform::Image::maxDimension) {
-    throw std::invalid_argument("a " + options.sheet + " sheet of " + options.size +
-                                " frames is beyond 16384 pixels on a side");
+    throw UsageError("a " + options.sheet + " sheet of " + options.size +
+                     " frames is beyond 16384 pixels on a side");
   }
   if (sheetWidth * sheetHeight > maxSheetPixels) {
-    throw std::invalid_argument("a " + options.sheet + " sheet of " + options.size +
-                                " frames is beyond 67108864 pixels");
+    throw UsageError("a " + options.sheet + " sheet of " + options.size +
+                     " frames is beyond 67108864 pixels");
   }
 }
 
-asio::awaitable<void> render(const RenderOptions& options) {
-  const auto [width, height] = parsePair<double>(options.size, "size");
+asio::awaitable<void> renderStill(const DotLottieActor::Animation& animation,
+                                  const RenderOptions& options, Console& console) {
+  const std::vector<float> frames = framesToRender(options, animation->totalFrames());
+  // Rendering a frame and encoding the picture are counted alike per frame.
+  ProgressBar bar(console, "render", "steps");
+  bar.progress()->setTotalUnitCount(static_cast<std::int64_t>(frames.size() * 2));
+  std::vector<std::shared_ptr<const platform::Image>> images;
+  for (const float frame : frames) {
+    auto image = co_await renderFrame(animation, frame, options.source);
+    if (!options.background.empty()) {
+      image = overBackground(*image, colorsOf(options.background)->front());
+    }
+    images.push_back(std::move(image));
+    bar.progress()->addCompletedUnitCount(1);
+  }
+  std::shared_ptr<const platform::Image> picture = images.front();
+  if (!options.sheet.empty()) {
+    const auto [columns, rows] = parseGrid(options.sheet, "sheet");
+    picture =
+        labelFrames(*platform::makeContactSheet(images, columns, rows), columns, rows, frames);
+  }
+  images.clear();
+  writeOutput(platform::encodePng(*picture), options.output);
+  bar.progress()->setCompletedUnitCount(bar.progress()->totalUnitCount());
+}
+
+void render(RenderOptions& options, Console& console) {
+  const std::optional<PictureFormat> format = !options.format.empty() ? formatNamed(options.format)
+                                              : isStandardStream(options.output)
+                                                  ? std::optional(PictureFormat::png)
+                                                  : formatOfPath(options.output);
+  if (!format) {
+    throw UsageError("cannot tell the picture format of '" + options.output +
+                     "': use .png, .webp or .gif, or --format");
+  }
+  const bool animated = *format != PictureFormat::png;
+  if (animated && (options.frame || !options.sheet.empty())) {
+    throw UsageError("--frame and --sheet make a still picture: write it as .png");
+  }
+  const auto [width, height] = parseSize(options.size, "size");
   if (width >= platform::Image::maxDimension + 1 || height >= platform::Image::maxDimension + 1) {
-    throw std::invalid_argument("size " + options.size + " is beyond 16384 pixels on a side");
+    throw UsageError("size " + options.size + " is beyond 16384 pixels on a side");
   }
   checkSheetSize(options, width, height);
-  DotLottieActor::Animation animation = co_await loadSource(options, {width, height});
-  if (!animation) {
-    throw std::runtime_error("cannot load " + options.source);
+  if (!options.background.empty()) {
+    options.range.background = colorsOf(options.background)->front();
   }
-  std::exception_ptr failure;
-  try {
-    const std::vector<float> frames = framesToRender(options, animation->totalFrames());
-    ProgressBar bar("render");
-    bar.progress()->setTotalUnitCount(static_cast<std::int64_t>(frames.size()));
-    std::vector<std::shared_ptr<const platform::Image>> images;
-    for (const float frame : frames) {
-      auto image = co_await DotLottieActor::shared().seek(frame, animation);
-      if (!image) {
-        throw std::runtime_error("no image for frame " + platform::shortestDecimal(frame) + " of " +
-                                 options.source);
-      }
-      images.push_back(std::move(image));
-      bar.progress()->addCompletedUnitCount(1);
-    }
-    if (options.sheet.empty()) {
-      platform::writePng(*images.front(), options.output);
-    } else {
-      const auto [columns, rows] = parsePair<std::size_t>(options.sheet, "sheet");
-      platform::writePng(*platform::makeContactSheet(images, columns, rows), options.output);
-    }
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  co_await DotLottieActor::shared().destroy(animation);
-  if (failure) {
-    std::rethrow_exception(failure);
-  }
+  auto& loop = platform::MainLoop::shared();
+  auto animation =
+      loop.runUntilComplete(loadSource(options.source, {width, height}, colorsOf(options.colors)));
+  loop.runUntilComplete(usingAnimation(
+      animation, [&](const DotLottieActor::Animation& model) -> asio::awaitable<void> {
+        if (animated) {
+          co_await writeAnimation(model, options.source, *format, options.range, options.output,
+                                  console);
+        } else {
+          co_await renderStill(model, options, console);
+        }
+      }));
 }
 
 } // namespace
 
-void addRenderCommand(CLI::App& app) {
+void addRenderCommand(CLI::App& app, Console& console) {
   auto options = std::make_shared<RenderOptions>();
   auto* command = app.add_subcommand(
-      "render", "Render one frame or a contact sheet of an animation to a PNG file");
+      "render", "Render a frame or a contact sheet as PNG, or the animation as animated WebP or "
+                "GIF (chosen by the output's extension)");
   command->add_option("SOURCE", options->source, "A .lottie file or an http(s) URL")->required();
-  command->add_option("--colors", options->colors,
-                      "Replacement colours: #RGB, #RRGGBB or #RRGGBBAA, separated by commas");
-  command->add_option("--size", options->size, "Pixel size WxH (default 250x250)");
+  command
+      ->add_option("--colors", options->colors,
+                   "Replacement colours: #RGB, #RRGGBB or #RRGGBBAA, separated by commas")
+      ->check(colorListCheck());
+  command->add_option("--size", options->size, "Pixel size WxH (default 250x250)")
+      ->check(sizeCheck());
   auto* frame = command->add_option("--frame", options->frame, "The frame number to render");
   command->add_option("--sheet", options->sheet, "A COLSxROWS sheet of evenly spaced frames")
+      ->check(gridCheck())
       ->excludes(frame);
-  command->add_option("--output", options->output, "The PNG file to write")->required();
-  command->callback([options] {
-    platform::MainLoop::shared().runUntilComplete(render(*options));
-    std::cout << options->output << "\n";
+  command
+      ->add_option("--fps", options->range.fps,
+                   "Animated output: frames per second (default the animation's own, at most "
+                   "50 for GIF)")
+      ->check(numberCheck(0.1, 120));
+  command->add_option("--from", options->range.from, "Animated output: the first frame");
+  command->add_option("--to", options->range.to, "Animated output: the last frame");
+  command
+      ->add_option("--loop", options->range.loop,
+                   "Animated output: how many times it plays (default 0, forever)")
+      ->check(numberCheck(0, 65535));
+  command
+      ->add_option("--background", options->background,
+                   "A colour to lay the frames over (default transparent)")
+      ->check(colorListCheck());
+  command
+      ->add_option("--format", options->format,
+                   "png, webp or gif, when the output's extension does not say (as for -)")
+      ->check(CLI::IsMember({"png", "webp", "gif"}));
+  command
+      ->add_option("--output", options->output,
+                   "The .png, .webp or .gif file to write, or - for standard output")
+      ->required();
+  command->callback([options, &console] {
+    render(*options, console);
+    if (!isStandardStream(options->output)) {
+      std::cout << options->output << "\n";
+    }
   });
 }
 

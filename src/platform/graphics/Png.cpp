@@ -39,10 +39,9 @@ std::vector<std::uint8_t> encodePng(const Image& source) {
   png.image.width = static_cast<png_uint_32>(source.width());
   png.image.height = static_cast<png_uint_32>(source.height());
   png.image.format = PNG_FORMAT_RGBA;
-  png_alloc_size_t size = 0;
-  if (!png_image_write_get_memory_size(png.image, size, 0, straight.data(), 0, nullptr)) {
-    throw PngError(std::string("PNG encoding failed: ") + png.image.message);
-  }
+  // One pass into a buffer of the largest size the encoding can take; asking libpng for the
+  // exact size first would compress the image twice.
+  png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png.image);
   std::vector<std::uint8_t> encoded(size);
   if (!png_image_write_to_memory(&png.image, encoded.data(), &size, 0, straight.data(), 0,
                                  nullptr)) {

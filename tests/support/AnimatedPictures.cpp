@@ -1,0 +1,171 @@
+#include "support/AnimatedPictures.h"
+
+#include "support/Files.h"
+
+#include <gif_lib.h>
+#include <webp/demux.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+namespace frameloom::testing {
+
+namespace {
+
+struct Reader {
+  const std::vector<std::uint8_t>& bytes;
+  std::size_t offset = 0;
+};
+
+int readFromBytes(GifFileType* gif, GifByteType* out, int length) {
+  auto* reader = static_cast<Reader*>(gif->UserData);
+  const auto count = std::min<std::size_t>(static_cast<std::size_t>(length),
+                                           reader->bytes.size() - reader->offset);
+  std::memcpy(out, reader->bytes.data() + reader->offset, count);
+  reader->offset += count;
+  return static_cast<int>(count);
+}
+
+std::vector<std::uint8_t> fileBytes(const std::filesystem::path& path) {
+  const std::string text = readText(path);
+  return {text.begin(), text.end()};
+}
+
+// The loop block counts repeats after the first play; no block plays once.
+int gifLoopCount(const GifFileType& gif) {
+  for (int i = 0; i < gif.ImageCount; ++i) {
+    const SavedImage& image = gif.SavedImages[i];
+    for (int b = 0; b + 1 < image.ExtensionBlockCount; ++b) {
+      const ExtensionBlock& block = image.ExtensionBlocks[b];
+      if (block.Function == APPLICATION_EXT_FUNC_CODE && block.ByteCount == 11 &&
+          std::memcmp(block.Bytes, "NETSCAPE2.0", 11) == 0) {
+        const ExtensionBlock& data = image.ExtensionBlocks[b + 1];
+        const int repeats = data.Bytes[1] | (data.Bytes[2] << 8);
+        return repeats == 0 ? 0 : repeats + 1;
+      }
+    }
+  }
+  return 1;
+}
+
+} // namespace
+
+DecodedAnimation decodeGif(const std::vector<std::uint8_t>& bytes) {
+  Reader reader{bytes};
+  int error = 0;
+  GifFileType* gif = DGifOpen(&reader, readFromBytes, &error);
+  if (gif == nullptr || DGifSlurp(gif) != GIF_OK) {
+    if (gif != nullptr) {
+      DGifCloseFile(gif, &error);
+    }
+    throw std::runtime_error("not a GIF giflib reads");
+  }
+  DecodedAnimation result;
+  result.width = static_cast<std::size_t>(gif->SWidth);
+  result.height = static_cast<std::size_t>(gif->SHeight);
+  result.loopCount = gifLoopCount(*gif);
+  int time = 0;
+  for (int i = 0; i < gif->ImageCount; ++i) {
+    const SavedImage& image = gif->SavedImages[i];
+    GraphicsControlBlock control{};
+    control.TransparentColor = NO_TRANSPARENT_COLOR;
+    DGifSavedExtensionToGCB(gif, i, &control);
+    const ColorMapObject* map =
+        image.ImageDesc.ColorMap ? image.ImageDesc.ColorMap : gif->SColorMap;
+    // Every frame the writer makes covers the whole canvas.
+    std::vector<std::uint8_t> pixels(result.width * result.height * 4, 0);
+    for (std::size_t p = 0; p < result.width * result.height; ++p) {
+      const int index = image.RasterBits[p];
+      if (index == control.TransparentColor) {
+        continue;
+      }
+      const GifColorType color = map->Colors[index];
+      pixels[p * 4] = color.Red;
+      pixels[p * 4 + 1] = color.Green;
+      pixels[p * 4 + 2] = color.Blue;
+      pixels[p * 4 + 3] = 255;
+    }
+    result.frames.push_back(platform::Image::make(result.width, result.height, std::move(pixels)));
+    result.startTimes.push_back(time);
+    time += control.DelayTime * 10;
+  }
+  result.duration = time;
+  DGifCloseFile(gif, &error);
+  return result;
+}
+
+DecodedAnimation decodeWebp(const std::vector<std::uint8_t>& bytes) {
+  WebPAnimDecoderOptions options;
+  WebPAnimDecoderOptionsInit(&options);
+  options.color_mode = MODE_rgbA;
+  const WebPData data{bytes.data(), bytes.size()};
+  WebPAnimDecoder* decoder = WebPAnimDecoderNew(&data, &options);
+  if (decoder == nullptr) {
+    throw std::runtime_error("not an animated WebP libwebp reads");
+  }
+  WebPAnimInfo info;
+  WebPAnimDecoderGetInfo(decoder, &info);
+  DecodedAnimation result;
+  result.width = info.canvas_width;
+  result.height = info.canvas_height;
+  result.loopCount = static_cast<int>(info.loop_count);
+  int previous = 0;
+  while (WebPAnimDecoderHasMoreFrames(decoder)) {
+    std::uint8_t* canvas = nullptr;
+    int end = 0;
+    WebPAnimDecoderGetNext(decoder, &canvas, &end);
+    result.frames.push_back(platform::Image::make(
+        result.width, result.height,
+        std::vector<std::uint8_t>(canvas, canvas + result.width * result.height * 4)));
+    // The decoder reports when each frame ends.
+    result.startTimes.push_back(previous);
+    previous = end;
+  }
+  result.duration = previous;
+  WebPAnimDecoderDelete(decoder);
+  return result;
+}
+
+DecodedAnimation decodeGif(const std::filesystem::path& path) {
+  return decodeGif(fileBytes(path));
+}
+DecodedAnimation decodeWebp(const std::filesystem::path& path) {
+  return decodeWebp(fileBytes(path));
+}
+
+const platform::Image& frameAt(const DecodedAnimation& animation, int time) {
+  std::size_t shown = 0;
+  while (shown + 1 < animation.frames.size() && animation.startTimes[shown + 1] <= time) {
+    ++shown;
+  }
+  return *animation.frames.at(shown);
+}
+
+int largestDifference(const platform::Image& a, const platform::Image& b) {
+  int largest = 0;
+  for (std::size_t y = 0; y < a.height(); ++y) {
+    for (std::size_t x = 0; x < a.width(); ++x) {
+      const auto p = a.pixel(x, y);
+      const auto q = b.pixel(x, y);
+      largest = std::max({largest, std::abs(p.r - q.r), std::abs(p.g - q.g), std::abs(p.b - q.b),
+                          std::abs(p.a - q.a)});
+    }
+  }
+  return largest;
+}
+
+double meanDifference(const platform::Image& a, const platform::Image& b) {
+  double sum = 0;
+  for (std::size_t y = 0; y < a.height(); ++y) {
+    for (std::size_t x = 0; x < a.width(); ++x) {
+      const auto p = a.pixel(x, y);
+      const auto q = b.pixel(x, y);
+      sum += std::abs(p.r - q.r) + std::abs(p.g - q.g) + std::abs(p.b - q.b) + std::abs(p.a - q.a);
+    }
+  }
+  return sum / static_cast<double>(a.width() * a.height() * 4);
+}
+
+} // namespace frameloom::testing
