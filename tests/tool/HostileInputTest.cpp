@@ -1,13 +1,13 @@
 // The tool against inputs made to hurt it: zip bombs, special files, damaged directories and
 // signals in the middle of a write. Each run must end with one clear line and exit status 1,
 // stay below 300 MB resident, and leave everything outside its output as it was.
+#include "support/PeakMemory.h"
 #include "support/ToolRun.h"
 
 #include <frameloom/ziploom/Archive.h>
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,32 +28,12 @@ using ziploom::Archive;
 
 constexpr long residentBudgetKiB = 300 * 1024;
 
-// The resident size says something about the tool's own budget only in a plain build: the
-// sanitizers' shadow memory and quarantine add hundreds of megabytes of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool residentSizeIsMeaningful = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool residentSizeIsMeaningful = false;
-#else
-constexpr bool residentSizeIsMeaningful = true;
-#endif
-#else
-constexpr bool residentSizeIsMeaningful = true;
-#endif
-
 platform::Bytes readBytes(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   return platform::Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
 // The largest resident size any child of this test has reached so far.
-long childrensPeakKiB() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  return usage.ru_maxrss;
-}
-
 // Adds `size` bytes of `fill` under `path`, deflated.
 void addFilled(Archive& archive, const std::string& path, std::int64_t size, std::uint8_t fill) {
   archive.addEntry(path, ziploom::Entry::EntryType::file, size, std::chrono::system_clock::now(),

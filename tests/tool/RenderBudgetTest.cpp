@@ -1,6 +1,7 @@
 // Small animations made to take the machine when rendered: a .lottie of some 100 KB whose
 // pictures decode to gigabytes, and a document of 2 KB whose nested repeaters multiply what a
 // frame draws. Each render must end with a frame (what fits the budget) and stay below 1 GB.
+#include "support/PeakMemory.h"
 #include "support/TemporaryFolder.h"
 #include "support/ToolRun.h"
 
@@ -8,8 +9,6 @@
 #include <frameloom/ziploom/Archive.h>
 
 #include <nlohmann/json.hpp>
-
-#include <sys/resource.h>
 
 #include <gtest/gtest.h>
 
@@ -23,24 +22,6 @@ using Json = nlohmann::ordered_json;
 using ziploom::Archive;
 
 constexpr long residentBudgetKiB = 1024 * 1024;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool residentSizeIsMeaningful = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool residentSizeIsMeaningful = false;
-#else
-constexpr bool residentSizeIsMeaningful = true;
-#endif
-#else
-constexpr bool residentSizeIsMeaningful = true;
-#endif
-
-long childrensPeakKiB() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  return usage.ru_maxrss;
-}
 
 void addBytes(Archive& archive, const std::string& path, const std::string& bytes) {
   archive.addEntry(path, ziploom::Entry::EntryType::file, static_cast<std::int64_t>(bytes.size()),
