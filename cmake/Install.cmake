@@ -13,12 +13,16 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${FRAMELOOM_GENERATED_INCLUDE_D
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT FrameloomTargets NAMESPACE Frameloom:: DESTINATION ${FRAMELOOM_CMAKE_DIR})
 
-# A static library brings its private dependencies into the host's link; a shared one does not.
+# A static library brings its private dependencies into the host's link; a shared one does not,
+# and pkg-config would insist on finding their development files even for a shared link.
 if(BUILD_SHARED_LIBS)
   set(FRAMELOOM_STATIC_DEPENDENCIES OFF)
+  set(FRAMELOOM_PC_REQUIRES_PRIVATE "")
   set(FRAMELOOM_PC_LIBS_PRIVATE "")
 else()
   set(FRAMELOOM_STATIC_DEPENDENCIES ON)
+  set(FRAMELOOM_PC_REQUIRES_PRIVATE
+      "zlib libpng libwebp uuid rlottie libpcre2-8 libutf8proc freetype2 harfbuzz fontconfig libwebpmux libgif libdeflate")
   set(FRAMELOOM_PC_LIBS_PRIVATE "-lstdc++ -lpthread")
 endif()
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/FrameloomConfig.cmake.in
