@@ -61,7 +61,15 @@ set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
-# The packages whose headers and libraries the installed package files look for.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "libasio-dev, libcurl4-openssl-dev, zlib1g-dev, libpng-dev, libwebp-dev, uuid-dev, librlottie-dev, libpcre2-dev, libutf8proc-dev, nlohmann-json3-dev, pkg-config")
+# The packages whose headers and libraries the installed package files look for: the public
+# headers' Asio and libcurl, and for static libraries the development files of everything they
+# link. Shared libraries depend on the run-time libraries they were linked with instead, which
+# dpkg-shlibdeps reads from them.
+if(BUILD_SHARED_LIBS)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libasio-dev, libcurl4-openssl-dev")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+else()
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS
+      "libasio-dev, libcurl4-openssl-dev, zlib1g-dev, libpng-dev, libwebp-dev, uuid-dev, librlottie-dev, libpcre2-dev, libutf8proc-dev, nlohmann-json3-dev, libfreetype-dev, libharfbuzz-dev, libfontconfig-dev, libgif-dev, libdeflate-dev, pkg-config")
+endif()
 include(CPack)
