@@ -333,7 +333,7 @@ CentralDirectoryStructure ArchiveWriting::writeLocalEntry(const NewEntry& entry,
       const auto source = gather(entry.uncompressedSize, entry.bufferSize, progress, provider);
       checksum = crc32(source);
       Bytes compressed;
-      whole::Deflater().deflate(source, compressed);
+      whole::Deflater(archive_.compressionLevel_).deflate(source, compressed);
       writer.write(compressed);
       written = compressed.size();
     } else if (entry.compressionMethod == CompressionMethod::deflate) {
@@ -345,10 +345,13 @@ CentralDirectoryStructure ArchiveWriting::writeLocalEntry(const NewEntry& entry,
         }
         return chunk;
       };
-      checksum = compress(entry.uncompressedSize, entry.bufferSize, counting, [&](ByteView chunk) {
-        writer.write(chunk);
-        written += chunk.size();
-      });
+      checksum = compress(
+          entry.uncompressedSize, entry.bufferSize, counting,
+          [&](ByteView chunk) {
+            writer.write(chunk);
+            written += chunk.size();
+          },
+          archive_.compressionLevel_);
     } else {
       // The position advances by whole chunks even when the provider returns fewer bytes: the
       // sizes and checksum then describe what it actually delivered.
@@ -503,7 +506,7 @@ void ArchiveWriting::addEntries(const std::vector<Archive::FileItem>& items,
     for (const auto& item : items) {
       urls.push_back(item.fileURL);
     }
-    preparer.emplace(std::move(urls));
+    preparer.emplace(std::move(urls), archive_.compressionLevel_);
   }
   const Provider unused;
   try {
