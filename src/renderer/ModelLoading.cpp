@@ -79,9 +79,11 @@ std::string dumped(const nlohmann::ordered_json& document) {
 
 } // namespace
 
-std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document) {
+std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document,
+                                                      std::optional<Refusal>& refusal) {
   // A document that cannot be checked against the budgets is not handed to rlottie at all.
   if (nestsTooDeep(document)) {
+    refusal = Refusal::nestedTooDeep;
     return nullptr;
   }
   auto parsed = nlohmann::ordered_json::parse(document, nullptr, false);
@@ -91,6 +93,7 @@ std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document) {
   const bool rewritten = repairDocument(parsed, false);
   const BudgetFit fit = fitDrawingBudget(parsed);
   if (fit == BudgetFit::refused) {
+    refusal = Refusal::tooManyDrawnItems;
     return nullptr;
   }
   if (rewritten || fit == BudgetFit::clamped) {
