@@ -192,22 +192,27 @@ Json selfShowingPrecomposition() {
   return document;
 }
 
-TEST(RenderBudgetsTest, DocumentsBeyondTheDrawingBudgetAreRefused) {
+TEST(RenderBudgetsTest, DocumentsBeyondTheDrawingBudgetAreRefusedSayingWhy) {
   const struct {
     const char* name;
     std::string document;
-    bool loaded;
+    std::optional<Refusal> refusal;
   } cases[] = {
-      {"three levels of ten precompositions", nestedPrecompositions(3).dump(), true},
-      {"six levels of ten precompositions", nestedPrecompositions(6).dump(), false},
-      {"a precomposition showing itself", selfShowingPrecomposition().dump(), false},
+      {"two levels of ten precompositions", nestedPrecompositions(2).dump(), std::nullopt},
+      {"six levels of ten precompositions", nestedPrecompositions(6).dump(),
+       Refusal::tooManyDrawnItems},
+      {"a precomposition showing itself", selfShowingPrecomposition().dump(),
+       Refusal::tooManyDrawnItems},
       {"nesting beyond what is checked",
-       std::string(limits::maxNesting + 1, '[') + std::string(limits::maxNesting + 1, ']'), false},
+       "{\"x\":" + std::string(limits::maxNesting, '[') + std::string(limits::maxNesting, ']') +
+           "}",
+       Refusal::nestedTooDeep},
   };
   for (const auto& c : cases) {
     DotLottieAnimation animation(bytesOf(c.document), AnimationConfig{});
-    EXPECT_EQ(animation.isLoaded(), c.loaded) << c.name;
-    EXPECT_EQ(animation.tick() != nullptr, c.loaded) << c.name;
+    EXPECT_EQ(animation.isLoaded(), !c.refusal) << c.name;
+    EXPECT_EQ(animation.tick() != nullptr, !c.refusal) << c.name;
+    EXPECT_EQ(animation.refusal(), c.refusal) << c.name;
   }
 }
 

@@ -126,7 +126,7 @@ TEST_F(RenderBudget, RefusalsNameTheBudget) {
     const char* name;
     const char* message;
   } cases[] = {
-      {"precompositions.lottie", "animation refused: more than 5000 drawn items per frame"},
+      {"precompositions.lottie", "animation refused: more than 2000 drawn items per frame"},
       {"deep.json", "animation refused: values nested more than 256 levels deep"},
   };
   for (const auto& c : cases) {

@@ -17,7 +17,7 @@ enum class Refusal {
   tooManyDrawnItems,
 };
 
-// One line naming the budget, such as "animation refused: more than 5000 drawn items per frame".
+// One line naming the budget, such as "animation refused: more than 2000 drawn items per frame".
 FRAMELOOM_EXPORT std::string refusalMessage(Refusal refusal);
 
 } // namespace frameloom::renderer
