@@ -78,6 +78,13 @@ void runShell(benchmark::State& state, const std::string& command) {
   }
 }
 
+// Clears the extraction's output folder outside the timed part of the run.
+void removeUntimed(benchmark::State& state, const fs::path& out) {
+  state.PauseTiming();
+  fs::remove_all(out);
+  state.ResumeTiming();
+}
+
 void ZiploomToMemory(benchmark::State& state) {
   auto& data = setup();
   for (auto _ : state) {
@@ -110,9 +117,7 @@ void ZiploomToFiles(benchmark::State& state) {
     for (const auto& entry : archive) {
       archive.extract(entry, out / entry.path());
     }
-    state.PauseTiming();
-    fs::remove_all(out);
-    state.ResumeTiming();
+    removeUntimed(state, out);
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.totalBytes));
 }
@@ -122,9 +127,7 @@ void UnzipToFiles(benchmark::State& state) {
   const auto out = data.folder / "unzip-out";
   for (auto _ : state) {
     runShell(state, "unzip -q '" + data.archive.string() + "' -d '" + out.string() + "'");
-    state.PauseTiming();
-    fs::remove_all(out);
-    state.ResumeTiming();
+    removeUntimed(state, out);
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * data.totalBytes));
 }

@@ -9,15 +9,13 @@
 // Usage: many_players_bench [--seconds S] [FILE.lottie]
 //   (default: 3 s per trial, DotLottie__confused.lottie of the corpus)
 
+#include "PlaybackRun.h"
 #include "RequestRecorder.h"
 #include "renderer/LottieDocument.h"
 #include "support/Corpus.h"
 #include "support/Files.h"
 #include <frameloom/platform/runtime/MainLoop.h>
 
-#include <asio/steady_timer.hpp>
-#include <asio/this_coro.hpp>
-#include <asio/use_awaitable.hpp>
 #include <rlottie.h>
 
 #include <chrono>
@@ -38,13 +36,6 @@ namespace {
 constexpr std::size_t side = 250;
 constexpr float displayRate = 60;
 constexpr double toleratedDropShare = 0.01;
-
-asio::awaitable<void> wait(double seconds) {
-  asio::steady_timer timer(co_await asio::this_coro::executor);
-  timer.expires_after(
-      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)));
-  co_await timer.async_wait(asio::use_awaitable);
-}
 
 // rlottie alone on one thread: every frame of the animation in turn, for about two seconds.
 double bareFramesPerSecond(const std::string& document) {
@@ -86,11 +77,11 @@ asio::awaitable<Trial> play(const fs::path& file, std::size_t count, double seco
   for (auto& player : players) {
     player->play();
   }
-  co_await wait(seconds);
+  co_await bench::wait(seconds);
   for (auto& player : players) {
     player->stop();
   }
-  co_await wait(0.2); // lets the last renders come back before the players go
+  co_await bench::wait(0.2); // lets the last renders come back before the players go
   Trial trial;
   for (const auto& recorder : recorders) {
     std::set<std::int64_t> delivered;
@@ -109,16 +100,9 @@ asio::awaitable<Trial> play(const fs::path& file, std::size_t count, double seco
 } // namespace
 
 int main(int argc, char** argv) {
-  double seconds = 3;
-  fs::path file;
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--seconds" && i + 1 < argc) {
-      seconds = std::strtod(argv[++i], nullptr);
-    } else {
-      file = argument;
-    }
-  }
+  const auto arguments = bench::playbackArguments(argc, argv);
+  const double seconds = arguments.seconds.value_or(3);
+  fs::path file = arguments.files.empty() ? fs::path() : arguments.files.back();
   if (file.empty()) {
     if (const auto corpus = testing::corpusFolder()) {
       file = *corpus / "DotLottie__confused.lottie";
@@ -126,7 +110,7 @@ int main(int argc, char** argv) {
   }
   const auto document =
       file.empty() ? std::nullopt : renderer::lottieDocument(testing::readFile(file));
-  if (!document || !(seconds > 0)) {
+  if (!document || !(seconds > 0) || arguments.fps) {
     std::fprintf(stderr, "usage: many_players_bench [--seconds S] [FILE.lottie]\n");
     return 2;
   }

@@ -11,14 +11,11 @@
 // Usage: player_benchmark [--fps N] [--seconds S] [FILE.lottie ...]
 //   (default: 60 fps, 10 s, three animations of the corpus when present)
 
+#include "PlaybackRun.h"
 #include "RequestRecorder.h"
 #include "support/Corpus.h"
 #include <frameloom/actor/DotLottieActor.h>
 #include <frameloom/platform/runtime/MainLoop.h>
-
-#include <asio/steady_timer.hpp>
-#include <asio/this_coro.hpp>
-#include <asio/use_awaitable.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -31,18 +28,10 @@
 
 namespace fs = std::filesystem;
 using namespace frameloom;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
 using testing::RequestRecorder;
-
-asio::awaitable<void> wait(double seconds) {
-  asio::steady_timer timer(co_await asio::this_coro::executor);
-  timer.expires_after(
-      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)));
-  co_await timer.async_wait(asio::use_awaitable);
-}
 
 // Every frame of the animation rendered once through the actor; the mean time per frame.
 asio::awaitable<double> meanRenderTime(const fs::path& file) {
@@ -73,9 +62,9 @@ asio::awaitable<void> playOne(const fs::path& file, float fps, double seconds) {
     co_return;
   }
   player->play();
-  co_await wait(seconds);
+  co_await bench::wait(seconds);
   player->stop();
-  co_await wait(0.2); // lets the last render come back; it is not delivered after stop()
+  co_await bench::wait(0.2); // lets the last render come back; it is not delivered after stop()
 
   const double render = co_await meanRenderTime(file);
   std::set<std::int64_t> requested;
@@ -110,19 +99,10 @@ asio::awaitable<void> playOne(const fs::path& file, float fps, double seconds) {
 } // namespace
 
 int main(int argc, char** argv) {
-  float fps = 60;
-  double seconds = 10;
-  std::vector<fs::path> files;
-  for (int i = 1; i < argc; ++i) {
-    std::string argument = argv[i];
-    if (argument == "--fps" && i + 1 < argc) {
-      fps = std::strtof(argv[++i], nullptr);
-    } else if (argument == "--seconds" && i + 1 < argc) {
-      seconds = std::strtod(argv[++i], nullptr);
-    } else {
-      files.emplace_back(argument);
-    }
-  }
+  auto arguments = bench::playbackArguments(argc, argv);
+  const float fps = arguments.fps.value_or(60);
+  const double seconds = arguments.seconds.value_or(10);
+  auto& files = arguments.files;
   const auto corpus = frameloom::testing::corpusFolder();
   if (files.empty() && corpus) {
     for (auto name : {"DotLottie__confused.lottie", "DotLottie__zen_lottiev2.lottie",

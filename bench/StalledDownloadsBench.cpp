@@ -6,14 +6,11 @@
 // Usage: stalled_downloads_bench [--seconds S] [FILE.lottie | FILE.json]
 //   (default: 5 s, the shipped demo animation)
 
+#include "PlaybackRun.h"
 #include "RequestRecorder.h"
 #include "TestHttpServer.h"
 #include <frameloom/cache/LottieCache.h>
 #include <frameloom/platform/runtime/MainLoop.h>
-
-#include <asio/steady_timer.hpp>
-#include <asio/this_coro.hpp>
-#include <asio/use_awaitable.hpp>
 
 #include <cstdio>
 #include <cstdlib>
@@ -30,13 +27,6 @@ namespace {
 constexpr float framesPerSecond = 30;
 constexpr int downloads = 16;
 
-asio::awaitable<void> wait(double seconds) {
-  asio::steady_timer timer(co_await asio::this_coro::executor);
-  timer.expires_after(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-      std::chrono::duration<double>(seconds)));
-  co_await timer.async_wait(asio::use_awaitable);
-}
-
 // The frames delivered while playing for `seconds`.
 asio::awaitable<std::size_t> play(const fs::path& file, double seconds) {
   auto recorder = std::make_shared<testing::RequestRecorder>();
@@ -49,7 +39,7 @@ asio::awaitable<std::size_t> play(const fs::path& file, double seconds) {
     co_return 0;
   }
   player->play();
-  co_await wait(seconds);
+  co_await bench::wait(seconds);
   player->stop();
   co_return recorder->deliveries.size();
 }
@@ -57,17 +47,12 @@ asio::awaitable<std::size_t> play(const fs::path& file, double seconds) {
 } // namespace
 
 int main(int argc, char** argv) {
-  double seconds = 5;
-  fs::path file = fs::path(FRAMELOOM_SOURCE_DIR) / "assets/demo-animation.json";
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--seconds" && i + 1 < argc) {
-      seconds = std::strtod(argv[++i], nullptr);
-    } else {
-      file = argument;
-    }
-  }
-  if (!(seconds > 0) || !fs::exists(file)) {
+  const auto arguments = bench::playbackArguments(argc, argv);
+  const double seconds = arguments.seconds.value_or(5);
+  const fs::path file = arguments.files.empty()
+                            ? fs::path(FRAMELOOM_SOURCE_DIR) / "assets/demo-animation.json"
+                            : arguments.files.back();
+  if (!(seconds > 0) || !fs::exists(file) || arguments.fps) {
     std::fprintf(stderr, "usage: stalled_downloads_bench [--seconds S] [FILE]\n");
     return 2;
   }

@@ -1,7 +1,12 @@
-#include "ziploom/ArchiveStream.h"
 #include <frameloom/ziploom/Archive.h>
 
+#include "ziploom/ArchiveReading.h"
+#include "ziploom/ArchiveRemoving.h"
+#include "ziploom/ArchiveStream.h"
+#include "ziploom/ArchiveWriting.h"
+#include "ziploom/StreamWriting.h"
 #include <frameloom/ziploom/Errors.h>
+#include <frameloom/ziploom/FileSystem.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -276,6 +281,86 @@ std::optional<Entry> Archive::operator[](std::string_view path) const {
     }
   }
   return std::nullopt;
+}
+
+void Archive::checkWritable(std::int64_t bufferSize) const {
+  if (accessMode_ == AccessMode::read) {
+    throw ArchiveError(ArchiveError::Code::unwritableArchive);
+  }
+  if (bufferSize < 1) {
+    throw ArchiveError(ArchiveError::Code::invalidBufferSize);
+  }
+}
+
+void Archive::truncate(std::uint64_t length) {
+  std::FILE* file = archiveFile_.get();
+  writing::flush(file);
+  if (memoryFile_) {
+    memoryFile_->truncate(length);
+  } else if (ftruncate(fileno(file), static_cast<off_t>(length)) != 0) {
+    throw DataError(DataError::Code::unwritableFile);
+  }
+  writing::seek(file, length);
+}
+
+std::int64_t Archive::totalUnitCountForReading(const Entry& entry) {
+  return ArchiveReading::totalUnitCount(entry);
+}
+
+std::uint32_t Archive::extract(const Entry& entry, const Consumer& consumer) {
+  return extract(entry, defaultReadChunkSize, false, nullptr, consumer);
+}
+
+std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                               const ProgressPointer& progress, const Consumer& consumer) {
+  return ArchiveReading(*this).extract(entry, bufferSize, skipCRC32, progress, consumer);
+}
+
+std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& destination,
+                               std::int64_t bufferSize, bool skipCRC32,
+                               bool allowUncontainedSymlinks, const ProgressPointer& progress) {
+  return ArchiveReading(*this).extract(entry, destination, bufferSize, skipCRC32,
+                                       allowUncontainedSymlinks, progress);
+}
+
+void Archive::addEntry(const std::string& path, const RelativeTo& base,
+                       CompressionMethod compressionMethod, std::int64_t bufferSize,
+                       const ProgressPointer& progress) {
+  addEntry(path, FileURL{appendingPathComponent(base.baseURL, path)}, compressionMethod, bufferSize,
+           progress);
+}
+
+void Archive::addEntry(const std::string& path, const FileURL& item,
+                       CompressionMethod compressionMethod, std::int64_t bufferSize,
+                       const ProgressPointer& progress) {
+  ArchiveWriting(*this).addEntry(path, item.fileURL, compressionMethod, bufferSize, progress);
+}
+
+void Archive::addEntry(const std::string& path, Entry::EntryType type,
+                       std::int64_t uncompressedSize,
+                       std::chrono::system_clock::time_point modificationDate,
+                       std::optional<std::uint16_t> permissions,
+                       CompressionMethod compressionMethod, std::int64_t bufferSize,
+                       const ProgressPointer& progress, const Provider& provider) {
+  ArchiveWriting(*this).addEntry(path, type, uncompressedSize, modificationDate, permissions,
+                                 compressionMethod, bufferSize, progress, provider);
+}
+
+void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod compressionMethod,
+                         std::int64_t bufferSize) {
+  ArchiveWriting(*this).addEntries(items, compressionMethod, bufferSize);
+}
+
+std::int64_t Archive::totalUnitCountForAddingItem(const std::filesystem::path& url) {
+  return ArchiveWriting::totalUnitCount(url);
+}
+
+void Archive::remove(const Entry& entry, std::int64_t bufferSize, const ProgressPointer& progress) {
+  ArchiveRemoving(*this).remove(entry, bufferSize, progress);
+}
+
+std::int64_t Archive::totalUnitCountForRemoving(const Entry& entry) const {
+  return ArchiveRemoving::totalUnitCount(*this, entry);
 }
 
 } // namespace frameloom::ziploom

@@ -1,6 +1,6 @@
-#include "ziploom/ArchiveStream.h"
-#include <frameloom/ziploom/Archive.h>
+#include "ziploom/ArchiveReading.h"
 
+#include "ziploom/ArchiveStream.h"
 #include "ziploom/BlockIO.h"
 #include "ziploom/WholeBuffer.h"
 #include <frameloom/ziploom/Compression.h>
@@ -129,16 +129,13 @@ bool isOccupied(const std::filesystem::path& path) {
 
 } // namespace
 
-std::int64_t Archive::totalUnitCountForReading(const Entry& entry) {
+std::int64_t ArchiveReading::totalUnitCount(const Entry& entry) {
   return entry.type() == EntryType::directory ? 1 : clampToInt64(entry.uncompressedSize());
 }
 
-std::uint32_t Archive::extract(const Entry& entry, const Consumer& consumer) {
-  return extract(entry, defaultReadChunkSize, false, nullptr, consumer);
-}
-
-std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
-                               const ProgressPointer& progress, const Consumer& consumer) {
+std::uint32_t ArchiveReading::extract(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
+                                      const Archive::ProgressPointer& progress,
+                                      const Consumer& consumer) {
   if (bufferSize < 1) {
     throw ArchiveError(ArchiveError::Code::invalidBufferSize);
   }
@@ -146,11 +143,11 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
   const auto dataOffset = stream::add(entry.centralDirectoryStructure.resolvedLocalHeaderOffset(),
                                       std::uint64_t{LocalFileHeader::size} + local.fileNameLength +
                                           local.extraFieldLength);
-  if (!dataOffset || !stream::trySeek(archiveFile_.get(), *dataOffset)) {
+  if (!dataOffset || !stream::trySeek(archive_.archiveFile_.get(), *dataOffset)) {
     throw DataError(DataError::Code::unreadableFile);
   }
   if (progress) {
-    progress->setTotalUnitCount(totalUnitCountForReading(entry));
+    progress->setTotalUnitCount(totalUnitCount(entry));
   }
   const auto deliver = withProgress(progress, consumer);
 
@@ -163,10 +160,10 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
         return *checksum;
       }
       // Streaming from the start of the data again reports exactly where the data went wrong.
-      if (!stream::trySeek(archiveFile_.get(), *dataOffset)) {
+      if (!stream::trySeek(archive_.archiveFile_.get(), *dataOffset)) {
         throw DataError(DataError::Code::unreadableFile);
       }
-      stream::ReadAhead reader(archiveFile_.get(), size, readBlock_);
+      stream::ReadAhead reader(archive_.archiveFile_.get(), size, archive_.readBlock_);
       std::uint64_t delivered = 0;
       return decompress(
           clampToInt64(size), bufferSize, skipCRC32,
@@ -184,13 +181,13 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
   case EntryType::directory:
     consumer(ByteView());
     if (progress) {
-      progress->setCompletedUnitCount(totalUnitCountForReading(entry));
+      progress->setCompletedUnitCount(totalUnitCount(entry));
     }
     return 0;
   case EntryType::symlink: {
     const auto checksum = readSymlinkTarget(entry, consumer);
     if (progress) {
-      progress->setCompletedUnitCount(totalUnitCountForReading(entry));
+      progress->setCompletedUnitCount(totalUnitCount(entry));
     }
     return checksum;
   }
@@ -198,14 +195,16 @@ std::uint32_t Archive::extract(const Entry& entry, std::int64_t bufferSize, bool
   return 0;
 }
 
-std::optional<std::uint32_t> Archive::inflateWhole(const Entry& entry, std::int64_t bufferSize,
-                                                   bool skipCRC32, const Consumer& consumer) {
+std::optional<std::uint32_t> ArchiveReading::inflateWhole(const Entry& entry,
+                                                          std::int64_t bufferSize, bool skipCRC32,
+                                                          const Consumer& consumer) {
   const auto size = entry.centralDirectoryStructure.resolvedCompressedSize();
   const auto declared = entry.centralDirectoryStructure.resolvedUncompressedSize();
   if (size > whole::maximumSize || declared > whole::maximumSize) {
     return std::nullopt;
   }
-  const auto compressed = stream::readBytes(archiveFile_.get(), static_cast<std::size_t>(size));
+  const auto compressed =
+      stream::readBytes(archive_.archiveFile_.get(), static_cast<std::size_t>(size));
   const auto output = whole::inflate(compressed, static_cast<std::size_t>(declared));
   if (!output) {
     return std::nullopt;
@@ -221,15 +220,15 @@ std::optional<std::uint32_t> Archive::inflateWhole(const Entry& entry, std::int6
   return skipCRC32 ? 0 : crc32(bytes);
 }
 
-std::uint32_t Archive::readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
-                                  const Consumer& consumer) {
+std::uint32_t ArchiveReading::readStored(const Entry& entry, std::int64_t bufferSize,
+                                         bool skipCRC32, const Consumer& consumer) {
   const auto size = entry.centralDirectoryStructure.resolvedUncompressedSize();
   if (size == 0) {
     consumer(ByteView());
     return 0;
   }
   const auto chunk = std::min(static_cast<std::uint64_t>(bufferSize), size);
-  stream::ReadAhead reader(archiveFile_.get(), size, readBlock_);
+  stream::ReadAhead reader(archive_.archiveFile_.get(), size, archive_.readBlock_);
   std::uint32_t checksum = 0;
   std::uint64_t read = 0;
   while (read < size) {
@@ -251,7 +250,7 @@ std::uint32_t Archive::readStored(const Entry& entry, std::int64_t bufferSize, b
 // The link target is stored uncompressed whatever the method says. Its length is the local
 // header's size, unless that is deferred (0) or a ZIP64 marker; the central directory's size
 // stands in then.
-std::uint32_t Archive::readSymlinkTarget(const Entry& entry, const Consumer& consumer) {
+std::uint32_t ArchiveReading::readSymlinkTarget(const Entry& entry, const Consumer& consumer) {
   std::uint64_t length = entry.localFileHeader.compressedSize;
   if (length == 0 || length == zip64Marker32) {
     length = entry.compressedSize();
@@ -259,15 +258,17 @@ std::uint32_t Archive::readSymlinkTarget(const Entry& entry, const Consumer& con
   if (length > maximumSymlinkTargetLength) {
     throw ArchiveError(ArchiveError::Code::invalidEntryPath);
   }
-  const auto target = stream::readBytes(archiveFile_.get(), static_cast<std::size_t>(length));
+  const auto target =
+      stream::readBytes(archive_.archiveFile_.get(), static_cast<std::size_t>(length));
   const auto checksum = crc32(target);
   consumer(target);
   return checksum;
 }
 
-std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& destination,
-                               std::int64_t bufferSize, bool skipCRC32,
-                               bool allowUncontainedSymlinks, const ProgressPointer& progress) {
+std::uint32_t ArchiveReading::extract(const Entry& entry, const std::filesystem::path& destination,
+                                      std::int64_t bufferSize, bool skipCRC32,
+                                      bool allowUncontainedSymlinks,
+                                      const Archive::ProgressPointer& progress) {
   if (bufferSize < 1) {
     throw ArchiveError(ArchiveError::Code::invalidBufferSize);
   }
@@ -284,7 +285,7 @@ std::uint32_t Archive::extract(const Entry& entry, const std::filesystem::path& 
     if (!file) {
       throwPOSIXError(errno, destination);
     }
-    stream::WriteBehind writer(file.get(), writeBlock_);
+    stream::WriteBehind writer(file.get(), archive_.writeBlock_);
     checksum = extract(entry, bufferSize, skipCRC32, progress,
                        [&writer](ByteView chunk) { writer.write(chunk); });
     writer.flush();

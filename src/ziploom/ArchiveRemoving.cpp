@@ -1,6 +1,6 @@
-#include "ziploom/ArchiveStream.h"
-#include <frameloom/ziploom/Archive.h>
+#include "ziploom/ArchiveRemoving.h"
 
+#include "ziploom/ArchiveStream.h"
 #include "ziploom/LittleEndian.h"
 #include "ziploom/StreamWriting.h"
 #include <frameloom/ziploom/Errors.h>
@@ -109,14 +109,15 @@ CentralDirectoryStructure relocated(const CentralDirectoryStructure& record, std
 
 } // namespace
 
-std::int64_t Archive::totalUnitCountForRemoving(const Entry& entry) const {
-  return static_cast<std::int64_t>(resolvedCentralDirectoryOffset()) -
+std::int64_t ArchiveRemoving::totalUnitCount(const Archive& archive, const Entry& entry) {
+  return static_cast<std::int64_t>(archive.resolvedCentralDirectoryOffset()) -
          static_cast<std::int64_t>(entry.localRecordLength());
 }
 
-void Archive::copyLocalRecord(const Entry& entry, std::FILE* target, std::int64_t bufferSize,
-                              const ProgressPointer& progress) {
-  std::FILE* source = archiveFile_.get();
+void ArchiveRemoving::copyLocalRecord(const Entry& entry, std::FILE* target,
+                                      std::int64_t bufferSize,
+                                      const Archive::ProgressPointer& progress) {
+  std::FILE* source = archive_.archiveFile_.get();
   if (!stream::trySeek(source, entry.centralDirectoryStructure.resolvedLocalHeaderOffset())) {
     throw DataError(DataError::Code::unreadableFile);
   }
@@ -140,30 +141,31 @@ void Archive::copyLocalRecord(const Entry& entry, std::FILE* target, std::int64_
   } while (remaining > 0);
 }
 
-void Archive::remove(const Entry& entry, std::int64_t bufferSize, const ProgressPointer& progress) {
-  checkWritable(bufferSize);
+void ArchiveRemoving::remove(const Entry& entry, std::int64_t bufferSize,
+                             const Archive::ProgressPointer& progress) {
+  archive_.checkWritable(bufferSize);
   std::vector<Entry> entries;
-  for (const auto& current : *this) {
+  for (const auto& current : archive_) {
     entries.push_back(current);
   }
   // Rebuilding from a directory that could not be read in full would drop the entries missed.
-  if (entries.size() != resolvedEntryCount()) {
+  if (entries.size() != archive_.resolvedEntryCount()) {
     throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
   }
   if (std::find(entries.begin(), entries.end(), entry) == entries.end()) {
     throw ArchiveError(ArchiveError::Code::invalidEntryPath);
   }
   if (progress) {
-    progress->setTotalUnitCount(totalUnitCountForRemoving(entry));
+    progress->setTotalUnitCount(totalUnitCount(archive_, entry));
   }
 
   // Declared before the scratch archive so that the archive's stream is closed first.
   std::optional<ScratchFolder> folder;
   std::unique_ptr<Archive> scratch;
-  if (memoryFile_) {
-    scratch = std::make_unique<Archive>(Bytes{}, AccessMode::create, pathEncoding_);
+  if (archive_.memoryFile_) {
+    scratch = std::make_unique<Archive>(Bytes{}, AccessMode::create, archive_.pathEncoding_);
   } else {
-    folder.emplace(url_);
+    folder.emplace(archive_.url_);
     scratch = std::make_unique<Archive>(folder->path() / "archive", AccessMode::create);
   }
   std::FILE* target = scratch->archiveFile_.get();
@@ -185,39 +187,39 @@ void Archive::remove(const Entry& entry, std::int64_t bufferSize, const Progress
   const auto centralDirectoryOffset = position(target);
   write(target, directory);
   const auto end =
-      writeEndRecords({endOfCentralDirectoryRecord_, zip64EndOfCentralDirectory_}, directory.size(),
-                      count, centralDirectoryOffset, position(target), target);
+      writeEndRecords({archive_.endOfCentralDirectoryRecord_, archive_.zip64EndOfCentralDirectory_},
+                      directory.size(), count, centralDirectoryOffset, position(target), target);
   scratch->truncate(position(target));
   flush(target);
 
-  if (memoryFile_) {
-    archiveFile_.swap(scratch->archiveFile_);
-    memoryFile_.swap(scratch->memoryFile_);
+  if (archive_.memoryFile_) {
+    archive_.archiveFile_.swap(scratch->archiveFile_);
+    archive_.memoryFile_.swap(scratch->memoryFile_);
   } else {
     replaceFile(folder->path() / "archive");
   }
-  endOfCentralDirectoryRecord_ = end.record;
-  zip64EndOfCentralDirectory_ = end.zip64;
+  archive_.endOfCentralDirectoryRecord_ = end.record;
+  archive_.zip64EndOfCentralDirectory_ = end.zip64;
 }
 
-void Archive::replaceFile(const std::filesystem::path& replacement) {
+void ArchiveRemoving::replaceFile(const std::filesystem::path& replacement) {
   struct stat status {};
-  if (stat(url_.c_str(), &status) == 0) {
+  if (stat(archive_.url_.c_str(), &status) == 0) {
     chmod(replacement.c_str(), status.st_mode & 07777);
   }
   std::error_code error;
-  std::filesystem::rename(replacement, url_, error);
+  std::filesystem::rename(replacement, archive_.url_, error);
   if (error) {
     // The scratch folder ended up on another file system: copy the bytes over instead.
-    std::filesystem::copy_file(replacement, url_,
+    std::filesystem::copy_file(replacement, archive_.url_,
                                std::filesystem::copy_options::overwrite_existing);
   }
-  stream::UniqueFile file(std::fopen(url_.c_str(), "rb+"));
+  stream::UniqueFile file(std::fopen(archive_.url_.c_str(), "rb+"));
   if (!file) {
     throw ArchiveError(ArchiveError::Code::unreadableArchive);
   }
   std::setvbuf(file.get(), nullptr, _IOFBF, static_cast<std::size_t>(defaultReadChunkSize));
-  archiveFile_ = std::move(file);
+  archive_.archiveFile_ = std::move(file);
 }
 
 } // namespace frameloom::ziploom

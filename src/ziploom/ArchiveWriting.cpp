@@ -1,12 +1,11 @@
-#include "ziploom/ArchiveStream.h"
-#include <frameloom/ziploom/Archive.h>
+#include "ziploom/ArchiveWriting.h"
 
+#include "ziploom/ArchiveStream.h"
 #include "ziploom/BlockIO.h"
 #include "ziploom/EntryPreparation.h"
 #include "ziploom/LittleEndian.h"
 #include "ziploom/StreamWriting.h"
 #include <frameloom/ziploom/Errors.h>
-#include <frameloom/ziploom/FileSystem.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -233,7 +232,7 @@ void withFileItem(const std::filesystem::path& url, Bytes& block,
 
 } // namespace
 
-struct Archive::NewEntry {
+struct ArchiveWriting::NewEntry {
   std::string path;
   EntryType type;
   std::int64_t uncompressedSize;
@@ -241,13 +240,13 @@ struct Archive::NewEntry {
   std::optional<std::uint16_t> permissions;
   CompressionMethod compressionMethod;
   std::int64_t bufferSize;
-  const ProgressPointer& progress;
+  const Archive::ProgressPointer& progress;
   const Provider& provider;
   // The file's data already deflated whole, when a worker prepared it.
   const preparation::PreparedFile* prepared = nullptr;
 };
 
-struct Archive::FormerTail {
+struct ArchiveWriting::FormerTail {
   // Where the central directory began: the new entry goes there.
   std::uint64_t offset = 0;
   // Everything from there to the end of the archive: central directory, end records, comment.
@@ -261,15 +260,15 @@ struct Archive::FormerTail {
   }
 };
 
-Archive::FormerTail Archive::readFormerTail() const {
-  std::FILE* file = archiveFile_.get();
+ArchiveWriting::FormerTail ArchiveWriting::readFormerTail() const {
+  std::FILE* file = archive_.archiveFile_.get();
   if (fseeko(file, 0, SEEK_END) != 0) {
     throw DataError(DataError::Code::unreadableFile);
   }
   const auto length = position(file);
   FormerTail tail;
-  tail.offset = resolvedCentralDirectoryOffset();
-  tail.centralDirectorySize = resolvedCentralDirectorySize();
+  tail.offset = archive_.resolvedCentralDirectoryOffset();
+  tail.centralDirectorySize = archive_.resolvedCentralDirectorySize();
   // A directory that does not lie inside the archive is damage; refusing it here also keeps a
   // forged size from reserving memory the file cannot fill.
   if (tail.offset > length || tail.centralDirectorySize > length - tail.offset) {
@@ -280,57 +279,37 @@ Archive::FormerTail Archive::readFormerTail() const {
   if (tail.bytes.size() != length - tail.offset) {
     throw DataError(DataError::Code::unreadableFile);
   }
-  if (!fillsExactly(tail.centralDirectory(), resolvedEntryCount())) {
+  if (!fillsExactly(tail.centralDirectory(), archive_.resolvedEntryCount())) {
     throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
   }
-  tail.endOfCentralDirectoryRecord = endOfCentralDirectoryRecord_;
-  tail.zip64EndOfCentralDirectory = zip64EndOfCentralDirectory_;
+  tail.endOfCentralDirectoryRecord = archive_.endOfCentralDirectoryRecord_;
+  tail.zip64EndOfCentralDirectory = archive_.zip64EndOfCentralDirectory_;
   return tail;
 }
 
-void Archive::truncate(std::uint64_t length) {
-  std::FILE* file = archiveFile_.get();
-  flush(file);
-  if (memoryFile_) {
-    memoryFile_->truncate(length);
-  } else if (ftruncate(fileno(file), static_cast<off_t>(length)) != 0) {
-    throw DataError(DataError::Code::unwritableFile);
-  }
-  seek(file, length);
-}
-
-void Archive::restore(const FormerTail& tail, std::int64_t bufferSize) {
-  std::FILE* file = archiveFile_.get();
+void ArchiveWriting::restore(const FormerTail& tail, std::int64_t bufferSize) {
+  std::FILE* file = archive_.archiveFile_.get();
   std::clearerr(file);
   try {
-    truncate(tail.offset);
+    archive_.truncate(tail.offset);
     write(file, tail.bytes, bufferSize);
     flush(file);
   } catch (const ArchiveError&) {
     throw DataError(DataError::Code::unwritableFile);
   }
-  endOfCentralDirectoryRecord_ = tail.endOfCentralDirectoryRecord;
-  zip64EndOfCentralDirectory_ = tail.zip64EndOfCentralDirectory;
+  archive_.endOfCentralDirectoryRecord_ = tail.endOfCentralDirectoryRecord;
+  archive_.zip64EndOfCentralDirectory_ = tail.zip64EndOfCentralDirectory;
 }
 
-void Archive::checkWritable(std::int64_t bufferSize) const {
-  if (accessMode_ == AccessMode::read) {
-    throw ArchiveError(ArchiveError::Code::unwritableArchive);
-  }
-  if (bufferSize < 1) {
-    throw ArchiveError(ArchiveError::Code::invalidBufferSize);
-  }
-}
-
-CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
-                                                   std::uint64_t headerOffset) {
-  std::FILE* file = archiveFile_.get();
+CentralDirectoryStructure ArchiveWriting::writeLocalEntry(const NewEntry& entry,
+                                                          std::uint64_t headerOffset) {
+  std::FILE* file = archive_.archiveFile_.get();
   const auto dateTime = msdosDateTime(entry.modificationDate);
   const auto uncompressedSize = static_cast<std::uint64_t>(entry.uncompressedSize);
   const bool reserveZIP64 = needsZIP64LocalHeader(uncompressedSize);
   // The header goes first with the checksum and sizes still unknown, and is completed once the
   // data is written: in place while it is still collected (small entries), else by seeking back.
-  stream::WriteBehind writer(file, writeBlock_);
+  stream::WriteBehind writer(file, archive_.writeBlock_);
   writer.write(makeLocalFileHeader(entry.path, entry.compressionMethod, dateTime, 0,
                                    {uncompressedSize, 0}, reserveZIP64)
                    .data());
@@ -425,12 +404,12 @@ CentralDirectoryStructure Archive::writeLocalEntry(const NewEntry& entry,
                                        externalFileAttributes(entry.type, entry.permissions));
 }
 
-Archive::NewEntry Archive::describe(const std::string& path, EntryType type,
-                                    std::int64_t uncompressedSize,
-                                    std::chrono::system_clock::time_point modificationDate,
-                                    std::optional<std::uint16_t> permissions,
-                                    CompressionMethod compressionMethod, std::int64_t bufferSize,
-                                    const ProgressPointer& progress, const Provider& provider) {
+ArchiveWriting::NewEntry
+ArchiveWriting::describe(const std::string& path, EntryType type, std::int64_t uncompressedSize,
+                         std::chrono::system_clock::time_point modificationDate,
+                         std::optional<std::uint16_t> permissions,
+                         CompressionMethod compressionMethod, std::int64_t bufferSize,
+                         const Archive::ProgressPointer& progress, const Provider& provider) {
   if (uncompressedSize < 0) {
     throw ArchiveError(ArchiveError::Code::negativeEntrySize);
   }
@@ -452,13 +431,13 @@ Archive::NewEntry Archive::describe(const std::string& path, EntryType type,
           provider};
 }
 
-void Archive::finishDirectory(const FormerTail& tail, ByteView newRecords, std::uint64_t newCount,
-                              std::int64_t bufferSize) {
-  std::FILE* file = archiveFile_.get();
+void ArchiveWriting::finishDirectory(const FormerTail& tail, ByteView newRecords,
+                                     std::uint64_t newCount, std::int64_t bufferSize) {
+  std::FILE* file = archive_.archiveFile_.get();
   const auto centralDirectoryOffset = position(file);
   write(file, tail.centralDirectory(), bufferSize);
   write(file, newRecords, bufferSize);
-  const auto count = resolvedEntryCount();
+  const auto count = archive_.resolvedEntryCount();
   if (count > std::numeric_limits<std::uint64_t>::max() - newCount) {
     throw ArchiveError(ArchiveError::Code::invalidCentralDirectoryEntryCount);
   }
@@ -467,26 +446,27 @@ void Archive::finishDirectory(const FormerTail& tail, ByteView newRecords, std::
     throw ArchiveError(ArchiveError::Code::invalidCentralDirectorySize);
   }
   const auto end =
-      writeEndRecords({endOfCentralDirectoryRecord_, zip64EndOfCentralDirectory_}, *size,
-                      count + newCount, centralDirectoryOffset, position(file), file);
+      writeEndRecords({archive_.endOfCentralDirectoryRecord_, archive_.zip64EndOfCentralDirectory_},
+                      *size, count + newCount, centralDirectoryOffset, position(file), file);
   // Whatever followed the former end record is gone with it.
-  truncate(position(file));
+  archive_.truncate(position(file));
   flush(file);
-  endOfCentralDirectoryRecord_ = end.record;
-  zip64EndOfCentralDirectory_ = end.zip64;
+  archive_.endOfCentralDirectoryRecord_ = end.record;
+  archive_.zip64EndOfCentralDirectory_ = end.zip64;
 }
 
-void Archive::addEntry(const std::string& path, EntryType type, std::int64_t uncompressedSize,
-                       std::chrono::system_clock::time_point modificationDate,
-                       std::optional<std::uint16_t> permissions,
-                       CompressionMethod compressionMethod, std::int64_t bufferSize,
-                       const ProgressPointer& progress, const Provider& provider) {
-  checkWritable(bufferSize);
+void ArchiveWriting::addEntry(const std::string& path, EntryType type,
+                              std::int64_t uncompressedSize,
+                              std::chrono::system_clock::time_point modificationDate,
+                              std::optional<std::uint16_t> permissions,
+                              CompressionMethod compressionMethod, std::int64_t bufferSize,
+                              const Archive::ProgressPointer& progress, const Provider& provider) {
+  archive_.checkWritable(bufferSize);
   const auto entry = describe(path, type, uncompressedSize, modificationDate, permissions,
                               compressionMethod, bufferSize, progress, provider);
   const auto tail = readFormerTail();
   try {
-    seek(archiveFile_.get(), tail.offset);
+    seek(archive_.archiveFile_.get(), tail.offset);
     finishDirectory(tail, writeLocalEntry(entry, tail.offset).data(), 1, bufferSize);
   } catch (...) {
     restore(tail, bufferSize);
@@ -494,22 +474,23 @@ void Archive::addEntry(const std::string& path, EntryType type, std::int64_t unc
   }
 }
 
-void Archive::addEntry(const std::string& path, const FileURL& item,
-                       CompressionMethod compressionMethod, std::int64_t bufferSize,
-                       const ProgressPointer& progress) {
+void ArchiveWriting::addEntry(const std::string& path, const std::filesystem::path& fileURL,
+                              CompressionMethod compressionMethod, std::int64_t bufferSize,
+                              const Archive::ProgressPointer& progress) {
   // The item is looked at first: a missing item is reported even for an archive opened for
   // reading.
-  withFileItem(item.fileURL, readBlock_, [&](const ItemStatus& status, const Provider& provider) {
-    addEntry(entryPathFor(path, status.type), status.type, status.size, status.modificationDate,
-             status.permissions, compressionMethod, bufferSize, progress, provider);
-  });
+  withFileItem(
+      fileURL, archive_.readBlock_, [&](const ItemStatus& status, const Provider& provider) {
+        addEntry(entryPathFor(path, status.type), status.type, status.size, status.modificationDate,
+                 status.permissions, compressionMethod, bufferSize, progress, provider);
+      });
 }
 
-void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod compressionMethod,
-                         std::int64_t bufferSize) {
-  checkWritable(bufferSize);
+void ArchiveWriting::addEntries(const std::vector<Archive::FileItem>& items,
+                                CompressionMethod compressionMethod, std::int64_t bufferSize) {
+  archive_.checkWritable(bufferSize);
   const auto tail = readFormerTail();
-  std::FILE* file = archiveFile_.get();
+  std::FILE* file = archive_.archiveFile_.get();
   Bytes records;
   std::uint64_t count = 0;
   std::exception_ptr failure;
@@ -542,19 +523,20 @@ void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod c
           ++count;
           continue;
         }
-        withFileItem(
-            item.fileURL, readBlock_, [&](const ItemStatus& status, const Provider& provider) {
-              const auto entry = describe(entryPathFor(item.path, status.type), status.type,
-                                          status.size, status.modificationDate, status.permissions,
-                                          compressionMethod, bufferSize, item.progress, provider);
-              const auto record = writeLocalEntry(entry, start).data();
-              records.insert(records.end(), record.begin(), record.end());
-            });
+        withFileItem(item.fileURL, archive_.readBlock_,
+                     [&](const ItemStatus& status, const Provider& provider) {
+                       const auto entry =
+                           describe(entryPathFor(item.path, status.type), status.type, status.size,
+                                    status.modificationDate, status.permissions, compressionMethod,
+                                    bufferSize, item.progress, provider);
+                       const auto record = writeLocalEntry(entry, start).data();
+                       records.insert(records.end(), record.begin(), record.end());
+                     });
         ++count;
       } catch (...) {
         // The entries before this one stay, as if each had been added on its own.
         failure = std::current_exception();
-        truncate(start);
+        archive_.truncate(start);
         break;
       }
     }
@@ -568,14 +550,7 @@ void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod c
   }
 }
 
-void Archive::addEntry(const std::string& path, const RelativeTo& base,
-                       CompressionMethod compressionMethod, std::int64_t bufferSize,
-                       const ProgressPointer& progress) {
-  addEntry(path, FileURL{appendingPathComponent(base.baseURL, path)}, compressionMethod, bufferSize,
-           progress);
-}
-
-std::int64_t Archive::totalUnitCountForAddingItem(const std::filesystem::path& url) {
+std::int64_t ArchiveWriting::totalUnitCount(const std::filesystem::path& url) {
   struct stat status {};
   if (lstat(url.c_str(), &status) != 0 || status.st_size < 0) {
     return -1;

@@ -40,22 +40,32 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def log_message(self, *args):
         pass
 
+    def announce(self, first):
+        """Announces 1000 bytes, sends `first` of them and closes the connection after."""
+        self.close_connection = True
+        self.send_response(200)
+        self.send_header("Content-Length", "1000")
+        self.end_headers()
+        self.wfile.write(first)
+        self.wfile.flush()
+
     def do_GET(self):
         url = urllib.parse.urlsplit(self.path)
         name, _, rest = url.path.strip("/").partition("/")
         number = int(rest.split("/")[0]) if rest[:1].isdigit() else 0
         count = next(served)
         body = (bytes(range(256)) * (number // 256 + 1))[:number]
-        if name in ("trickle", "slow-headers"):
+        if name in ("slow", "trickle", "slow-headers"):
             count_open(1)
             try:
-                self.close_connection = True
-                if name == "trickle":
-                    self.send_response(200)
-                    self.send_header("Content-Length", "1000")
-                    self.end_headers()
-                else:
+                if name == "slow-headers":
+                    self.close_connection = True
                     self.wfile.write(b"HTTP/1.1 200 OK\r\n")
+                else:
+                    self.announce(b"0123456789" if name == "slow" else b"")
+                if name == "slow":
+                    self.connection.recv(1)  # until the client closes
+                    return
                 for _ in range(100000):
                     self.wfile.write(b"x" if name == "trickle" else b"X")
                     self.wfile.flush()
@@ -65,38 +75,12 @@ class Handler(http.server.BaseHTTPRequestHandler):
             finally:
                 count_open(-1)
             return
-        if name == "reset":
-            self.close_connection = True
-            self.send_response(200)
-            self.send_header("Content-Length", "1000")
-            self.end_headers()
-            self.wfile.write(b"0123456789")
-            self.wfile.flush()
-            self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-            self.connection.close()
-            return
-        if name == "slow":
-            count_open(1)
-            try:
-                self.close_connection = True
-                self.send_response(200)
-                self.send_header("Content-Length", "1000")
-                self.end_headers()
-                self.wfile.write(b"0123456789")
-                self.wfile.flush()
-                self.connection.recv(1)  # until the client closes
-            except OSError:
-                pass
-            finally:
-                count_open(-1)
-            return
-        if name == "drop":
-            self.close_connection = True
-            self.send_response(200)
-            self.send_header("Content-Length", "1000")
-            self.end_headers()
-            self.wfile.write(b"0123456789")
-            self.wfile.flush()
+        if name in ("reset", "drop"):
+            self.announce(b"0123456789")
+            if name == "reset":
+                self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER,
+                                           struct.pack("ii", 1, 0))
+                self.connection.close()
             return
         if name in ("redirect", "redirect-to"):
             self.send_response(302)

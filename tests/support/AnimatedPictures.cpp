@@ -143,28 +143,33 @@ const platform::Image& frameAt(const DecodedAnimation& animation, int time) {
   return *animation.frames.at(shown);
 }
 
-int largestDifference(const platform::Image& a, const platform::Image& b) {
-  int largest = 0;
+namespace {
+
+// Calls `visit` with each channel difference of every pixel of `a` and the same pixel of `b`.
+template <typename Visit>
+void forEachDifference(const platform::Image& a, const platform::Image& b, Visit visit) {
   for (std::size_t y = 0; y < a.height(); ++y) {
     for (std::size_t x = 0; x < a.width(); ++x) {
       const auto p = a.pixel(x, y);
       const auto q = b.pixel(x, y);
-      largest = std::max({largest, std::abs(p.r - q.r), std::abs(p.g - q.g), std::abs(p.b - q.b),
-                          std::abs(p.a - q.a)});
+      for (const int difference : {p.r - q.r, p.g - q.g, p.b - q.b, p.a - q.a}) {
+        visit(std::abs(difference));
+      }
     }
   }
+}
+
+} // namespace
+
+int largestDifference(const platform::Image& a, const platform::Image& b) {
+  int largest = 0;
+  forEachDifference(a, b, [&](int difference) { largest = std::max(largest, difference); });
   return largest;
 }
 
 double meanDifference(const platform::Image& a, const platform::Image& b) {
   double sum = 0;
-  for (std::size_t y = 0; y < a.height(); ++y) {
-    for (std::size_t x = 0; x < a.width(); ++x) {
-      const auto p = a.pixel(x, y);
-      const auto q = b.pixel(x, y);
-      sum += std::abs(p.r - q.r) + std::abs(p.g - q.g) + std::abs(p.b - q.b) + std::abs(p.a - q.a);
-    }
-  }
+  forEachDifference(a, b, [&](int difference) { sum += difference; });
   return sum / static_cast<double>(a.width() * a.height() * 4);
 }
 

@@ -109,6 +109,13 @@ TEST(AddingRules, ZIP64FieldsAppearOnlyFromTheirThresholdsOn) {
   EXPECT_EQ(small.localFileHeader.uncompressedSize, 0xFFFFFFFEu);
   EXPECT_EQ(small.centralDirectoryStructure.extraFieldLength, 0);
   EXPECT_EQ(small.centralDirectoryStructure.versionNeededToExtract, 20);
+  // From 0xFFFFFFFF on the local header carries ZIP64 sizes, though no data came.
+  archive.addEntry("at", EntryType::file, 0xFFFFFFFF, someDate, std::nullopt,
+                   CompressionMethod::none, 1 << 24, nullptr, nothing);
+  const auto at = *archive["at"];
+  EXPECT_EQ(at.localFileHeader.extraFieldLength, 20);
+  EXPECT_EQ(at.localFileHeader.versionNeededToExtract, 45);
+  EXPECT_EQ(at.uncompressedSize(), 0xFFFFFFFFu);
 
   // Only the offset needs ZIP64: the record carries it, every other field is the local header's.
   TemporaryFolder folder;
@@ -138,37 +145,29 @@ TEST(AddingRules, RefusalsOfTheLibrarysOwnHaveCasesOfTheirOwn) {
   const std::size_t directory = overrun[overrun.size() - 6] | overrun[overrun.size() - 5] << 8;
   overrun[directory + 32] = 4;
   writeFile(folder / "overrun.zip", overrun);
+  // Each case adds an entry to a new archive in memory, or to the named damaged one.
   struct Case {
     const char* name;
-    std::function<void()> action;
+    const char* file;
+    std::int64_t size;
     ArchiveError::Code code;
   };
   const std::vector<Case> cases{
-      {"negative size",
-       [] {
-         Archive archive(Bytes{}, AccessMode::create);
-         archive.addEntry("a", EntryType::file, -1, someDate, std::nullopt, CompressionMethod::none,
-                          16, nullptr, nothing);
-       },
-       ArchiveError::Code::negativeEntrySize},
-      {"directory outside the archive",
-       [&] {
-         Archive archive(folder / "damaged.zip", AccessMode::update);
-         archive.addEntry("b", EntryType::file, 0, someDate, std::nullopt, CompressionMethod::none,
-                          16, nullptr, nothing);
-       },
+      {"negative size", nullptr, -1, ArchiveError::Code::negativeEntrySize},
+      {"directory outside the archive", "damaged.zip", 0,
        ArchiveError::Code::damagedCentralDirectory},
-      {"record running past the directory",
-       [&] {
-         Archive archive(folder / "overrun.zip", AccessMode::update);
-         archive.addEntry("b", EntryType::file, 0, someDate, std::nullopt, CompressionMethod::none,
-                          16, nullptr, nothing);
-       },
+      {"record running past the directory", "overrun.zip", 0,
        ArchiveError::Code::damagedCentralDirectory},
   };
-  for (const auto& [name, action, code] : cases) {
+  for (const auto& [name, file, size, code] : cases) {
     SCOPED_TRACE(name);
-    EXPECT_EQ(errorOf<ArchiveError>(action), code);
+    EXPECT_EQ(errorOf<ArchiveError>([&] {
+                auto archive = file ? std::make_unique<Archive>(folder / file, AccessMode::update)
+                                    : std::make_unique<Archive>(Bytes{}, AccessMode::create);
+                archive->addEntry("b", EntryType::file, size, someDate, std::nullopt,
+                                  CompressionMethod::none, 16, nullptr, nothing);
+              }),
+              code);
   }
   EXPECT_EQ(readFile(folder / "damaged.zip"), damaged);
   EXPECT_EQ(readFile(folder / "overrun.zip"), overrun);

@@ -218,22 +218,6 @@ TEST_F(ArchiveWritingTest, NothingIsWrittenThroughReadOnlyArchivesOrForBadReques
   EXPECT_EQ(readFile(archivePath), before);
 }
 
-TEST(ArchiveAddingTest, LocalHeadersCarryZIP64SizesFromTheThresholdOn) {
-  Archive archive(Bytes{}, AccessMode::create);
-  // The provider delivers nothing, so no gigabytes are written; the header states the size.
-  for (const std::int64_t size : {0xFFFFFFFE, 0xFFFFFFFF}) {
-    archive.addEntry(std::to_string(size), EntryType::file, size, someDate, std::nullopt,
-                     CompressionMethod::none, 1 << 24, nullptr, nothing);
-  }
-  const auto below = archive["4294967294"]->localFileHeader;
-  const auto at = archive["4294967295"]->localFileHeader;
-  EXPECT_EQ(below.extraFieldLength, 0);
-  EXPECT_EQ(below.versionNeededToExtract, 20);
-  EXPECT_EQ(at.extraFieldLength, 20);
-  EXPECT_EQ(at.versionNeededToExtract, 45);
-  EXPECT_EQ(archive["4294967295"]->uncompressedSize(), 0xFFFFFFFFu);
-}
-
 TEST(ArchiveAddingTest, BatchedEntriesInMemoryGetZIP64EndRecordsFromTheEntryCountOn) {
   TemporaryFolder folder;
   writeFile(folder / "empty", Bytes{});

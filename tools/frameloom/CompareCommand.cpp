@@ -13,7 +13,6 @@
 #include <frameloom/platform/runtime/MainLoop.h>
 
 #include <algorithm>
-#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -142,15 +141,8 @@ void addCompareCommand(CLI::App& app, Console& console) {
   command->add_option("--size", options->size, "Pixel size of each frame WxH (default 250x250)")
       ->check(sizeCheck());
   command->add_option("--frames", options->frames, "How many evenly spaced frames (default 4)");
-  command
-      ->add_option("--output", options->output, "The PNG file to write, or - for standard output")
-      ->required();
-  command->callback([options, &console] {
-    compare(*options, console);
-    if (!isStandardStream(options->output)) {
-      std::cout << options->output << "\n";
-    }
-  });
+  addOutput(*command, options->output, "The PNG file to write, or - for standard output",
+            [options, &console] { compare(*options, console); });
 }
 
 } // namespace frameloom::tool

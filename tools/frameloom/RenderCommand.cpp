@@ -13,7 +13,6 @@
 #include <frameloom/platform/runtime/MainLoop.h>
 
 #include <cmath>
-#include <iostream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -177,16 +176,9 @@ void addRenderCommand(CLI::App& app, Console& console) {
       ->add_option("--format", options->format,
                    "png, webp or gif, when the output's extension does not say (as for -)")
       ->check(CLI::IsMember({"png", "webp", "gif"}));
-  command
-      ->add_option("--output", options->output,
-                   "The .png, .webp or .gif file to write, or - for standard output")
-      ->required();
-  command->callback([options, &console] {
-    render(*options, console);
-    if (!isStandardStream(options->output)) {
-      std::cout << options->output << "\n";
-    }
-  });
+  addOutput(*command, options->output,
+            "The .png, .webp or .gif file to write, or - for standard output",
+            [options, &console] { render(*options, console); });
 }
 
 } // namespace frameloom::tool

@@ -1,6 +1,7 @@
 #include "RenderSource.h"
 
 #include "ColorArguments.h"
+#include "OutputFile.h"
 #include "Usage.h"
 #include <frameloom/cache/LottieCache.h>
 #include <frameloom/platform/core/DecimalText.h>
@@ -8,6 +9,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <iostream>
 #include <stdexcept>
 
 namespace frameloom::tool {
@@ -82,6 +84,17 @@ CLI::Validator numberCheck(double low, double high) {
         }
       },
       "NUMBER");
+}
+
+void addOutput(CLI::App& command, std::string& output, const std::string& description,
+               std::function<void()> write) {
+  command.add_option("--output", output, description)->required();
+  command.callback([&output, write = std::move(write)] {
+    write();
+    if (!isStandardStream(output)) {
+      std::cout << output << "\n";
+    }
+  });
 }
 
 std::optional<std::vector<platform::Color>> colorsOf(const std::string& list) {

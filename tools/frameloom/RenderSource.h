@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <asio/awaitable.hpp>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,6 +24,11 @@ CLI::Validator colorListCheck();
 CLI::Validator sizeCheck();
 CLI::Validator gridCheck();
 CLI::Validator numberCheck(double low, double high);
+
+// Adds the required --output option, described by `description`, and makes the command run
+// `write` and then print the name of the file written (nothing for standard output).
+void addOutput(CLI::App& command, std::string& output, const std::string& description,
+               std::function<void()> write);
 
 // The colours of a --colors list, or none for an empty list.
 std::optional<std::vector<platform::Color>> colorsOf(const std::string& list);

@@ -206,31 +206,15 @@ public:
   std::int64_t totalUnitCountForRemoving(const Entry& entry) const;
 
 private:
-  struct NewEntry;
-  struct FormerTail;
+  // Reading, adding and removing entries are carried out by internal units of their own, which
+  // work on the stream, end records and blocks below.
+  friend class ArchiveReading;
+  friend class ArchiveWriting;
+  friend class ArchiveRemoving;
 
   void checkWritable(std::int64_t bufferSize) const;
-  // Checks an entry to add and sets its progress total.
-  static NewEntry describe(const std::string& path, Entry::EntryType type,
-                           std::int64_t uncompressedSize,
-                           std::chrono::system_clock::time_point modificationDate,
-                           std::optional<std::uint16_t> permissions,
-                           CompressionMethod compressionMethod, std::int64_t bufferSize,
-                           const ProgressPointer& progress, const Provider& provider);
-  FormerTail readFormerTail() const;
-  // Writes the local header and data of a new entry at `headerOffset` and returns its central
-  // directory record; the stream is left after the data.
-  CentralDirectoryStructure writeLocalEntry(const NewEntry& entry, std::uint64_t headerOffset);
-  // Writes the former central directory, then `newRecords` for `newCount` new entries, then
-  // the end records, at the current position, and takes the new end records.
-  void finishDirectory(const FormerTail& tail, ByteView newRecords, std::uint64_t newCount,
-                       std::int64_t bufferSize);
-  void restore(const FormerTail& tail, std::int64_t bufferSize);
   // Cuts the archive's bytes at `length` and moves there.
   void truncate(std::uint64_t length);
-  void copyLocalRecord(const Entry& entry, std::FILE* target, std::int64_t bufferSize,
-                       const ProgressPointer& progress);
-  void replaceFile(const std::filesystem::path& replacement);
 
   struct BackingConfiguration {
     platform::UniqueFile file;
@@ -243,13 +227,6 @@ private:
   static BackingConfiguration openBacking(Bytes data, AccessMode mode);
   // The entry whose central directory record starts at `position`, advancing it past the record.
   std::optional<Entry> readEntry(std::uint64_t& position) const;
-  // Inflates an entry that fits a whole buffer in one step and hands it to `consumer`; nothing
-  // (and nothing handed over) when it does not fit or does not inflate cleanly.
-  std::optional<std::uint32_t> inflateWhole(const Entry& entry, std::int64_t bufferSize,
-                                            bool skipCRC32, const Consumer& consumer);
-  std::uint32_t readStored(const Entry& entry, std::int64_t bufferSize, bool skipCRC32,
-                           const Consumer& consumer);
-  std::uint32_t readSymlinkTarget(const Entry& entry, const Consumer& consumer);
 
   std::string url_;
   AccessMode accessMode_;

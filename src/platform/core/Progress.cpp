@@ -10,38 +10,29 @@ std::shared_ptr<Progress> Progress::make(std::int64_t totalUnitCount) {
 
 Progress::Progress(std::int64_t totalUnitCount) : total_(totalUnitCount) {}
 
-std::int64_t Progress::totalUnitCount() const {
+std::int64_t Progress::read(const std::int64_t& count) const {
   std::lock_guard lock(mutex_);
-  return total_;
+  return count;
+}
+
+std::int64_t Progress::totalUnitCount() const {
+  return read(total_);
 }
 
 void Progress::setTotalUnitCount(std::int64_t units) {
-  {
-    std::lock_guard lock(mutex_);
-    total_ = units;
-  }
-  changed();
+  update([&] { total_ = units; });
 }
 
 std::int64_t Progress::completedUnitCount() const {
-  std::lock_guard lock(mutex_);
-  return completed_;
+  return read(completed_);
 }
 
 void Progress::setCompletedUnitCount(std::int64_t units) {
-  {
-    std::lock_guard lock(mutex_);
-    completed_ = units;
-  }
-  changed();
+  update([&] { completed_ = units; });
 }
 
 void Progress::addCompletedUnitCount(std::int64_t units) {
-  {
-    std::lock_guard lock(mutex_);
-    completed_ += units;
-  }
-  changed();
+  update([&] { completed_ += units; });
 }
 
 void Progress::cancel() {

@@ -56,6 +56,17 @@ private:
     double completedUnits = 0;
   };
 
+  // Reads one count under the lock.
+  std::int64_t read(const std::int64_t& count) const;
+  // Runs `change` on the counts under the lock, then reports the change.
+  template <typename Change>
+  void update(Change change) {
+    {
+      std::lock_guard lock(mutex_);
+      change();
+    }
+    changed();
+  }
   void changed();
   void childChanged(const Progress* child);
 
