@@ -1,6 +1,7 @@
 // Small animations made to take the machine when rendered: a .lottie of some 100 KB whose
 // pictures decode to gigabytes, and a document of 2 KB whose nested repeaters multiply what a
-// frame draws. Each render must end with a frame (what fits the budget) and stay below 1 GB.
+// frame draws. Each render must end with a frame (what fits the budget), or with one line naming
+// the budget a document passes, and stay below 1 GB.
 #include "support/PeakMemory.h"
 #include "support/TemporaryFolder.h"
 #include "support/ToolRun.h"
