@@ -282,6 +282,21 @@ ArchiveWriting::FormerTail ArchiveWriting::readFormerTail() const {
   if (!fillsExactly(tail.centralDirectory(), archive_.resolvedEntryCount())) {
     throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
   }
+  // The new entry is written over the directory: a local record reaching into it would be
+  // overwritten, and its entry lost.
+  for (const auto& entry : archive_) {
+    const auto headerEnd =
+        stream::add(entry.centralDirectoryStructure.resolvedLocalHeaderOffset(),
+                    std::uint64_t{LocalFileHeader::size} + entry.localFileHeader.fileNameLength +
+                        entry.localFileHeader.extraFieldLength);
+    const auto dataEnd =
+        headerEnd
+            ? stream::add(*headerEnd, entry.centralDirectoryStructure.resolvedCompressedSize())
+            : std::nullopt;
+    if (!dataEnd || *dataEnd > tail.offset) {
+      throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
+    }
+  }
   tail.endOfCentralDirectoryRecord = archive_.endOfCentralDirectoryRecord_;
   tail.zip64EndOfCentralDirectory = archive_.zip64EndOfCentralDirectory_;
   return tail;
