@@ -46,7 +46,8 @@ DotLottieAnimation::DotLottieAnimation(std::span<const std::uint8_t> dotLottieDa
   if (config_.width && config_.height) {
     size_ = PixelSize{*config_.width, *config_.height};
   }
-  std::optional<std::string> document = lottieDocument(dotLottieData, config_.animationRule);
+  std::optional<std::string> document =
+      lottieDocument(dotLottieData, config_.animationRule, refusal_);
   if (!document) {
     return;
   }

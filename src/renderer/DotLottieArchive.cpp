@@ -16,14 +16,19 @@ namespace frameloom::renderer {
 
 namespace {
 
-// Bounds what one archive may make the renderer unpack, whatever its entries claim: the
-// document and the pictures inlined into it.
-constexpr std::size_t maxUnpackedBytes = std::size_t{96} << 20;
+constexpr std::size_t maxUnpackedBytes = maximumUnpackedArchiveSize;
+// A manifest lists a few animations and themes: a megabyte is far beyond any real one.
 constexpr std::size_t maxManifestBytes = std::size_t{1} << 20;
 
+// An entry passed its own limit or the archive's budget; says which refusal that is.
 class TooLarge : public std::runtime_error {
 public:
-  TooLarge() : std::runtime_error("archive entry too large") {}
+  explicit TooLarge(Refusal refusal)
+      : std::runtime_error(refusalMessage(refusal)), refusal_(refusal) {}
+  Refusal refusal() const { return refusal_; }
+
+private:
+  Refusal refusal_;
 };
 
 bool startsWith(std::string_view text, std::string_view prefix) {
@@ -58,12 +63,18 @@ public:
     });
   }
 
-  // Reads an entry whole; throws TooLarge beyond `limit` or beyond what is left of the budget.
-  std::string read(const ziploom::Entry& entry, std::size_t limit = maxUnpackedBytes) {
+  // Reads an entry whole; throws TooLarge beyond `limit` (refused as `beyondLimit`) or beyond
+  // what is left of the budget.
+  std::string read(const ziploom::Entry& entry, std::size_t limit = maxUnpackedBytes,
+                   Refusal beyondLimit = Refusal::archiveTooLarge) {
     std::string contents;
     archive_.extract(entry, [&](platform::ByteView chunk) {
-      if (contents.size() + chunk.size() > std::min(limit, maxUnpackedBytes - unpacked_)) {
-        throw TooLarge();
+      const std::size_t size = contents.size() + chunk.size();
+      if (size > limit) {
+        throw TooLarge(beyondLimit);
+      }
+      if (size > maxUnpackedBytes - unpacked_) {
+        throw TooLarge(Refusal::archiveTooLarge);
       }
       contents.append(chunk.begin(), chunk.end());
     });
@@ -102,8 +113,8 @@ const ziploom::Entry* chooseAnimation(ArchiveReader& reader, AnimationRule rule)
 
 } // namespace
 
-std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes,
-                                                      AnimationRule rule) {
+std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes, AnimationRule rule,
+                                                      std::optional<Refusal>& refusal) {
   const auto archive = ziploom::Archive::make(platform::Bytes(bytes.begin(), bytes.end()),
                                               ziploom::AccessMode::read);
   if (!archive) {
@@ -115,7 +126,8 @@ std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes,
     if (!animation) {
       return std::nullopt;
     }
-    std::string document = reader.read(*animation, maximumAnimationDocumentSize);
+    std::string document =
+        reader.read(*animation, maximumAnimationDocumentSize, Refusal::documentTooLarge);
     if (!reader.hasPictures() && !mayHoldDataUri(document)) {
       return document;
     }
@@ -128,6 +140,9 @@ std::optional<std::string> dotLottieAnimationDocument(platform::ByteView bytes,
           }
           return std::nullopt;
         });
+  } catch (const TooLarge& tooLarge) {
+    refusal = tooLarge.refusal();
+    return std::nullopt;
   } catch (const std::exception&) {
     return std::nullopt;
   }

@@ -18,7 +18,8 @@ bool looksLikeJson(std::span<const std::uint8_t> bytes) {
 
 } // namespace
 
-std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes, AnimationRule rule) {
+std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes, AnimationRule rule,
+                                          std::optional<Refusal>& refusal) {
   if (looksLikeJson(bytes)) {
     std::string json(bytes.begin(), bytes.end());
     if (!mayHoldDataUri(json)) {
@@ -29,7 +30,12 @@ std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes, A
       return std::nullopt;
     });
   }
-  return dotLottieAnimationDocument(bytes, rule);
+  return dotLottieAnimationDocument(bytes, rule, refusal);
+}
+
+std::optional<std::string> lottieDocument(std::span<const std::uint8_t> bytes, AnimationRule rule) {
+  std::optional<Refusal> ignored;
+  return lottieDocument(bytes, rule, ignored);
 }
 
 } // namespace frameloom::renderer

@@ -123,12 +123,21 @@ TEST_F(RenderBudget, RefusalsNameTheBudget) {
   writeLottie(folder / "precompositions.lottie", document(layers, assets));
   std::ofstream(folder / "deep.json") << R"({"v":"5.7.0","fr":30,"ip":0,"op":30,"w":8,"h":8,"x":)"
                                       << std::string(300, '[') << std::string(300, ']') << "}";
+  // A document that deflates to a few kilobytes and unpacks to 65 MiB.
+  {
+    Archive archive(folder / "large.lottie", Archive::AccessMode::create);
+    addBytes(archive, "manifest.json", R"({"animations":[{"id":"a"}]})");
+    addBytes(archive, "animations/a.json",
+             R"({"v":"5.7.0","fr":30,"ip":0,"op":30,"w":8,"h":8,"nm":")" +
+                 std::string(std::size_t{65} << 20, 'a') + R"(","layers":[]})");
+  }
   const struct {
     const char* name;
     const char* message;
   } cases[] = {
       {"precompositions.lottie", "animation refused: more than 2000 drawn items per frame"},
       {"deep.json", "animation refused: values nested more than 256 levels deep"},
+      {"large.lottie", "animation refused: its document unpacks to more than 64 MiB"},
   };
   for (const auto& c : cases) {
     const ToolRun result =

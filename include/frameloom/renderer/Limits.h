@@ -13,6 +13,10 @@ namespace frameloom::renderer {
 // the rewritten text or the parsed model), so 64 MiB leaves room for every real one.
 inline constexpr std::uint64_t maximumAnimationDocumentSize = std::uint64_t{64} << 20;
 
+// The most one .lottie archive may make the renderer unpack, whatever its entries claim: the
+// animation document and the pictures inlined into it together.
+inline constexpr std::uint64_t maximumUnpackedArchiveSize = std::uint64_t{96} << 20;
+
 // The largest .lottie or JSON file read whole into memory to be rendered: the renderer takes an
 // animation as bytes, and opening them as an archive copies them once more.
 inline constexpr std::uint64_t maximumAnimationFileSize = std::uint64_t{64} << 20;

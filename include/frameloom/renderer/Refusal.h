@@ -15,6 +15,11 @@ enum class Refusal {
   // More layers, masks and shape items per frame than the drawing budget, after clamping
   // repeaters.
   tooManyDrawnItems,
+  // An animation document larger than maximumAnimationDocumentSize (Limits.h) once unpacked.
+  documentTooLarge,
+  // A .lottie whose manifest, or whose document and pictures together, unpack to more than the
+  // renderer reads from one archive.
+  archiveTooLarge,
 };
 
 // One line naming the budget, such as "animation refused: more than 2000 drawn items per frame".
