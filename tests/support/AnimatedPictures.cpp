@@ -1,9 +1,11 @@
 #include "support/AnimatedPictures.h"
 
 #include "support/Files.h"
+#include <frameloom/platform/graphics/Png.h>
 
 #include <gif_lib.h>
 #include <webp/demux.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -125,6 +127,82 @@ DecodedAnimation decodeWebp(const std::vector<std::uint8_t>& bytes) {
   }
   result.duration = previous;
   WebPAnimDecoderDelete(decoder);
+  return result;
+}
+
+namespace {
+
+std::uint32_t bigEndian(const std::uint8_t* bytes, std::size_t count) {
+  std::uint32_t value = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    value = value << 8 | bytes[i];
+  }
+  return value;
+}
+
+void appendChunk(std::vector<std::uint8_t>& png, const char* type, const std::uint8_t* data,
+                 std::size_t size) {
+  for (const int shift : {24, 16, 8, 0}) {
+    png.push_back(static_cast<std::uint8_t>(size >> shift));
+  }
+  const std::size_t typeAt = png.size();
+  png.insert(png.end(), type, type + 4);
+  png.insert(png.end(), data, data + size);
+  const auto crc = crc32_z(0, png.data() + typeAt, png.size() - typeAt);
+  for (const int shift : {24, 16, 8, 0}) {
+    png.push_back(static_cast<std::uint8_t>(crc >> shift));
+  }
+}
+
+} // namespace
+
+DecodedAnimation decodeApng(const std::filesystem::path& path) {
+  const std::vector<std::uint8_t> bytes = fileBytes(path);
+  const std::vector<std::uint8_t> signature(bytes.begin(), bytes.begin() + 8);
+  std::vector<std::uint8_t> header;
+  DecodedAnimation result;
+  std::uint32_t expectedSequence = 0;
+  int time = 0;
+  // Each frame becomes a PNG of its own: the signature, the header, its image data, the end.
+  const auto decodeFrame = [&](const std::vector<std::uint8_t>& imageData) {
+    std::vector<std::uint8_t> png = signature;
+    appendChunk(png, "IHDR", header.data(), header.size());
+    appendChunk(png, "IDAT", imageData.data(), imageData.size());
+    appendChunk(png, "IEND", nullptr, 0);
+    result.frames.push_back(platform::decodePng(png));
+  };
+  for (std::size_t at = 8; at + 12 <= bytes.size();) {
+    const std::uint32_t length = bigEndian(&bytes[at], 4);
+    const std::string type(bytes.begin() + at + 4, bytes.begin() + at + 8);
+    const std::uint8_t* data = &bytes[at + 8];
+    if (crc32_z(0, &bytes[at + 4], length + 4) != bigEndian(data + length, 4)) {
+      throw std::runtime_error("bad CRC in chunk " + type);
+    }
+    const auto sequenceIs = [&](std::uint32_t number) {
+      if (number != expectedSequence++) {
+        throw std::runtime_error("sequence number out of order in chunk " + type);
+      }
+    };
+    if (type == "IHDR") {
+      header.assign(data, data + length);
+      result.width = bigEndian(data, 4);
+      result.height = bigEndian(data + 4, 4);
+    } else if (type == "acTL") {
+      result.loopCount = static_cast<int>(bigEndian(data + 4, 4));
+    } else if (type == "fcTL") {
+      sequenceIs(bigEndian(data, 4));
+      result.startTimes.push_back(time);
+      const auto denominator = bigEndian(data + 22, 2);
+      time += static_cast<int>(bigEndian(data + 20, 2) * 1000 / (denominator ? denominator : 100));
+    } else if (type == "IDAT") {
+      decodeFrame(std::vector<std::uint8_t>(data, data + length));
+    } else if (type == "fdAT") {
+      sequenceIs(bigEndian(data, 4));
+      decodeFrame(std::vector<std::uint8_t>(data + 4, data + length));
+    }
+    at += 12 + length;
+  }
+  result.duration = time;
   return result;
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
-// Animated GIF and WebP pictures decoded with giflib and libwebp's demuxer, independently of the
-// writers under test: every frame as the whole canvas, premultiplied.
+// Animated GIF, WebP and PNG pictures decoded independently of the writers under test (giflib,
+// libwebp's demuxer, and for PNG the chunks read here with each frame's image data decoded by
+// libpng): every frame as the whole canvas, premultiplied.
 
 #include <frameloom/platform/graphics/Image.h>
 
@@ -29,6 +30,9 @@ DecodedAnimation decodeGif(const std::filesystem::path& path);
 DecodedAnimation decodeWebp(const std::filesystem::path& path);
 DecodedAnimation decodeGif(const std::vector<std::uint8_t>& bytes);
 DecodedAnimation decodeWebp(const std::vector<std::uint8_t>& bytes);
+// Animated PNGs whose frames cover the whole canvas, as the tool writes them; checks every chunk's
+// CRC and the sequence numbers.
+DecodedAnimation decodeApng(const std::filesystem::path& path);
 
 // The largest difference of any component between two images of the same size.
 int largestDifference(const platform::Image& a, const platform::Image& b);

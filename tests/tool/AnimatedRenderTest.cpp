@@ -50,17 +50,19 @@ TEST_F(AnimatedRender, FramesMatchStillRendersOfTheSameFrames) {
       {"--fps 10 --from 0 --to 60 --loop 2", 21, 2100, 2},
       {"--from 25 --to 35", 11, 367, 0},
   };
-  for (const std::string extension : {"webp", "gif"}) {
+  for (const std::string extension : {"webp", "gif", "apng"}) {
     for (const Case& c : cases) {
       SCOPED_TRACE(extension + " " + c.options);
       const ToolRun result =
           run("render in.lottie --size 40x40 " + c.options + " --output a." + extension);
       ASSERT_EQ(result.status, 0) << result.err;
       EXPECT_EQ(result.out, "a." + extension + "\n");
-      const DecodedAnimation decoded =
-          extension == "gif" ? decodeGif(folder / "a.gif") : decodeWebp(folder / "a.webp");
-      // WebP merges a frame that repeats the one before into it; GIF keeps every frame.
-      if (extension == "gif") {
+      const fs::path written = folder / ("a." + extension);
+      const DecodedAnimation decoded = extension == "gif"    ? decodeGif(written)
+                                       : extension == "apng" ? decodeApng(written)
+                                                             : decodeWebp(written);
+      // WebP merges a frame that repeats the one before into it; GIF and PNG keep every frame.
+      if (extension != "webp") {
         EXPECT_EQ(decoded.frames.size(), c.frames);
       }
       EXPECT_EQ(std::pair(decoded.width, decoded.height), std::pair(40ul, 40ul));
@@ -69,8 +71,8 @@ TEST_F(AnimatedRender, FramesMatchStillRendersOfTheSameFrames) {
       EXPECT_NEAR(decoded.duration, c.duration, extension == "gif" ? 10 : 1);
     }
   }
-  // Frame 30 is the sixth of "--from 25": both formats give what `render --frame 30` gives,
-  // WebP exactly, GIF too since the frame has only a few colours.
+  // Frame 30 is the sixth of "--from 25": every format gives what `render --frame 30` gives,
+  // WebP and PNG exactly, GIF too since the frame has only a few colours.
   const auto reference = still("--frame 30");
   // Inside the sixth frame in both: WebP starts it at 167 ms, GIF at 170.
   const int sixth = 180;
@@ -78,6 +80,8 @@ TEST_F(AnimatedRender, FramesMatchStillRendersOfTheSameFrames) {
   EXPECT_EQ(largestDifference(frameAt(decodeWebp(folder / "a.webp"), sixth), *reference), 0);
   run("render in.lottie --size 40x40 --from 25 --to 35 --output a.gif");
   EXPECT_EQ(largestDifference(frameAt(decodeGif(folder / "a.gif"), sixth), *reference), 0);
+  run("render in.lottie --size 40x40 --from 25 --to 35 --output a.apng");
+  EXPECT_EQ(largestDifference(frameAt(decodeApng(folder / "a.apng"), sixth), *reference), 0);
   EXPECT_NE(largestDifference(*still("--frame 5"), *reference), 0);
   EXPECT_EQ(reference->pixel(5, 35).a, 0);
 }

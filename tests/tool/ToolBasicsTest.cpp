@@ -44,7 +44,7 @@ TEST_F(ToolBasics, UsageErrorsAreOneLineWithSuggestionAndExitTwo) {
       {"play in.lottie --seconds 90000",
        "--seconds: '90000' is not a number from 0 to 86400 (see 'frameloom play --help')"},
       {"render in.lottie --output a.bmp",
-       "cannot tell the picture format of 'a.bmp': use .png, .webp or .gif, or --format (see "
+       "cannot tell the picture format of 'a.bmp': use .png, .webp, .gif or .apng, or --format (see "
        "'frameloom render --help')"},
   };
   for (const auto& [arguments, line] : cases) {

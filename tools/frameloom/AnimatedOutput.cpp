@@ -5,6 +5,7 @@
 #include "RenderSource.h"
 #include "Usage.h"
 #include <frameloom/platform/core/DecimalText.h>
+#include <frameloom/platform/graphics/AnimatedPng.h>
 #include <frameloom/platform/graphics/AnimatedWebp.h>
 #include <frameloom/platform/graphics/Gif.h>
 
@@ -57,6 +58,9 @@ std::optional<PictureFormat> formatNamed(const std::string& name) {
   }
   if (lower == "gif") {
     return PictureFormat::gif;
+  }
+  if (lower == "apng") {
+    return PictureFormat::apng;
   }
   return std::nullopt;
 }
@@ -119,13 +123,20 @@ asio::awaitable<void> writeAnimation(const DotLottieActor::Animation& animation,
                      std::to_string(height) + " are beyond 2^31 pixels; lower --size or --fps");
   }
 
-  ProgressBar bar(console, format == PictureFormat::gif ? "gif" : "webp", "steps");
+  ProgressBar bar(console,
+                  format == PictureFormat::gif    ? "gif"
+                  : format == PictureFormat::apng ? "apng"
+                                                  : "webp",
+                  "steps");
   // Each frame is rendered, then encoded: two steps.
   bar.progress()->setTotalUnitCount(static_cast<std::int64_t>(frames.size() * 2));
   std::optional<platform::GifWriter> gif;
   std::optional<platform::AnimatedWebpWriter> webp;
+  std::optional<platform::AnimatedPngWriter> apng;
   if (format == PictureFormat::gif) {
     gif.emplace(width, height, range.loop);
+  } else if (format == PictureFormat::apng) {
+    apng.emplace(width, height, range.loop);
   } else {
     webp.emplace(width, height, platform::AnimatedWebpWriter::Options{range.loop});
   }
@@ -140,13 +151,17 @@ asio::awaitable<void> writeAnimation(const DotLottieActor::Animation& animation,
     }
     if (gif) {
       gif->addFrame(*image, roundedTime(i + 1, 100, fps) - roundedTime(i, 100, fps));
+    } else if (apng) {
+      apng->addFrame(*image, roundedTime(i + 1, 1000, fps) - roundedTime(i, 1000, fps));
     } else {
       webp->addFrame(*image, roundedTime(i, 1000, fps));
     }
     bar.progress()->addCompletedUnitCount(1);
   }
-  const std::vector<std::uint8_t> bytes =
-      gif ? gif->finish() : webp->finish(roundedTime(frames.size(), 1000, fps));
+  const std::vector<std::uint8_t> bytes = gif ? gif->finish()
+                                          : apng
+                                              ? apng->finish()
+                                              : webp->finish(roundedTime(frames.size(), 1000, fps));
   writeOutput(bytes, output);
 }
 

@@ -12,9 +12,9 @@
 namespace frameloom::tool {
 
 // The picture formats `render` writes; an output's extension picks one.
-enum class PictureFormat { png, webp, gif };
+enum class PictureFormat { png, webp, gif, apng };
 
-// The format for an output path (".png", ".webp", ".gif", any letter case), or none.
+// The format for an output path (".png", ".webp", ".gif", ".apng", any letter case), or none.
 std::optional<PictureFormat> formatOfPath(const std::string& path);
 std::optional<PictureFormat> formatNamed(const std::string& name);
 

@@ -111,7 +111,7 @@ void render(RenderOptions& options, Console& console) {
                                                   : formatOfPath(options.output);
   if (!format) {
     throw UsageError("cannot tell the picture format of '" + options.output +
-                     "': use .png, .webp or .gif, or --format");
+                     "': use .png, .webp, .gif or .apng, or --format");
   }
   const bool animated = *format != PictureFormat::png;
   if (animated && (options.frame || !options.sheet.empty())) {
@@ -174,10 +174,10 @@ void addRenderCommand(CLI::App& app, Console& console) {
       ->check(colorListCheck());
   command
       ->add_option("--format", options->format,
-                   "png, webp or gif, when the output's extension does not say (as for -)")
-      ->check(CLI::IsMember({"png", "webp", "gif"}));
+                   "png, webp, gif or apng, when the output's extension does not say (as for -)")
+      ->check(CLI::IsMember({"png", "webp", "gif", "apng"}));
   addOutput(*command, options->output,
-            "The .png, .webp or .gif file to write, or - for standard output",
+            "The .png, .webp, .gif or .apng file to write, or - for standard output",
             [options, &console] { render(*options, console); });
 }
 
