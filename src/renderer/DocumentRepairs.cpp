@@ -1,5 +1,6 @@
 #include "renderer/DocumentRepairs.h"
 
+#include "renderer/PolystarRepairs.h"
 #include "renderer/TextLayers.h"
 
 #include <algorithm>
@@ -334,6 +335,8 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= dropLastKeyframeEasing(document);
   changed |= dropInertMasks(document);
   changed |= wholeFrameLayerTimes(document);
+  changed |= polystarRotationOnce(document);
+  changed |= wholePolystarPoints(document);
   changed |= typeFirst(document);
   if (forRefusal) {
     changed |= wholeFloatsAsIntegers(document);

@@ -26,6 +26,8 @@ namespace frameloom::renderer {
 //   so it jumps where it should move smoothly: stretchIntoKeyframes() scales the times inside a
 //   precomposition used once (keyframes, in and out points, starts of inner layers) by the
 //   stretch and sets the stretch to 1. Precompositions with a time remap are left alone.
+// - rlottie turns stars and polygons by twice their rotation and draws fractions of their point
+//   count: polystarRotationOnce() and wholePolystarPoints() (PolystarRepairs.h).
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
