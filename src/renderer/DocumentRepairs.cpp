@@ -1,6 +1,7 @@
 #include "renderer/DocumentRepairs.h"
 
 #include "renderer/PolystarRepairs.h"
+#include "renderer/SkewRepairs.h"
 #include "renderer/TextLayers.h"
 
 #include <algorithm>
@@ -337,6 +338,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= wholeFrameLayerTimes(document);
   changed |= polystarRotationOnce(document);
   changed |= wholePolystarPoints(document);
+  changed |= skewAsNestedGroups(document);
   changed |= typeFirst(document);
   if (forRefusal) {
     changed |= wholeFloatsAsIntegers(document);

@@ -28,6 +28,7 @@ namespace frameloom::renderer {
 //   stretch and sets the stretch to 1. Precompositions with a time remap are left alone.
 // - rlottie turns stars and polygons by twice their rotation and draws fractions of their point
 //   count: polystarRotationOnce() and wholePolystarPoints() (PolystarRepairs.h).
+// - rlottie ignores the skew of a group's transform: skewAsNestedGroups() (SkewRepairs.h).
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
