@@ -13,12 +13,16 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${FRAMELOOM_GENERATED_INCLUDE_D
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT FrameloomTargets NAMESPACE Frameloom:: DESTINATION ${FRAMELOOM_CMAKE_DIR})
 
-# A static library brings its private dependencies into the host's link; a shared one does not.
+# A static library brings its private dependencies into the host's link; a shared one does not,
+# and pkg-config would insist on finding their development files even for a shared link.
 if(BUILD_SHARED_LIBS)
   set(FRAMELOOM_STATIC_DEPENDENCIES OFF)
+  set(FRAMELOOM_PC_REQUIRES_PRIVATE "")
   set(FRAMELOOM_PC_LIBS_PRIVATE "")
 else()
   set(FRAMELOOM_STATIC_DEPENDENCIES ON)
+  set(FRAMELOOM_PC_REQUIRES_PRIVATE
+      "zlib libpng libwebp uuid rlottie libpcre2-8 libutf8proc freetype2 harfbuzz fontconfig libwebpmux libgif libdeflate")
   set(FRAMELOOM_PC_LIBS_PRIVATE "-lstdc++ -lpthread")
 endif()
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/FrameloomConfig.cmake.in
@@ -57,7 +61,15 @@ set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
-# The packages whose headers and libraries the installed package files look for.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "libasio-dev, libcurl4-openssl-dev, zlib1g-dev, libpng-dev, libwebp-dev, uuid-dev, librlottie-dev, libpcre2-dev, libutf8proc-dev, nlohmann-json3-dev, pkg-config")
+# The packages whose headers and libraries the installed package files look for: the public
+# headers' Asio and libcurl, and for static libraries the development files of everything they
+# link. Shared libraries depend on the run-time libraries they were linked with instead, which
+# dpkg-shlibdeps reads from them.
+if(BUILD_SHARED_LIBS)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libasio-dev, libcurl4-openssl-dev")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+else()
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS
+      "libasio-dev, libcurl4-openssl-dev, zlib1g-dev, libpng-dev, libwebp-dev, uuid-dev, librlottie-dev, libpcre2-dev, libutf8proc-dev, nlohmann-json3-dev, libfreetype-dev, libharfbuzz-dev, libfontconfig-dev, libgif-dev, libdeflate-dev, pkg-config")
+endif()
 include(CPack)

@@ -5,17 +5,21 @@
 # it builds a host project with targets of its own named asio and platform that adds Frameloom as
 # a subdirectory, and the windowed example, whose screenshot under Xvfb must show the animation.
 # Last, it packs the shared build with CPack (cpack -G DEB), checks that apt would install the
-# package, unpacks it into a scratch root and builds and runs the host example against that.
+# package, unpacks it into a scratch root and builds and runs the host example against that, both
+# ways again.
 #
-# The builds live in build-check-* next to build/ so that ccache serves the static one from the
-# default build. FRAMELOOM_JOBS sets the parallel jobs (default 2).
+# The builds live in build-check-* next to build/ so that ccache, when installed, serves the static
+# one from the default build. FRAMELOOM_JOBS sets the parallel jobs (default 2).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+scripts/dependencies.sh
 root=$PWD
 jobs=${FRAMELOOM_JOBS:-2}
-export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
-export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER-ccache}
-export CCACHE_BASEDIR=${CCACHE_BASEDIR-$root}
+if command -v ccache >/dev/null; then
+  export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+  export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER-ccache}
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR-$root}
+fi
 
 scratch=$(mktemp -d)
 xvfb_pid=
@@ -83,7 +87,12 @@ done
 echo "== Frameloom as a subdirectory of a host with its own asio and platform targets"
 cmake -S examples/subproject -B "$root/build-check-subproject" -G Ninja \
   -DFRAMELOOM_SOURCE_DIR="$root" >/dev/null
-nice cmake --build "$root/build-check-subproject" -j "$jobs" --target subproject_host
+nice cmake --build "$root/build-check-subproject" -j "$jobs" --target subproject_host \
+  | tee "$scratch/subproject.log"
+if grep -i "warning" "$scratch/subproject.log"; then
+  echo "the subdirectory build is not warning-free" >&2
+  exit 1
+fi
 "$root/build-check-subproject/subproject_host"
 
 echo "== windowed example under Xvfb"
@@ -110,4 +119,11 @@ cmake -S examples/host -B "$scratch/host-deb" -G Ninja -DCMAKE_PREFIX_PATH="$scr
   >/dev/null
 cmake --build "$scratch/host-deb" >/dev/null
 run_host "$scratch/host-deb/frameloom_host"
+# The shared package's frameloom.pc needs no other package's pkg-config files: the development
+# files the package depends on are not all there on a machine that installed only it.
+deb_pc=$(dirname "$(find "$scratch/deb-root" -name frameloom.pc)")
+# shellcheck disable=SC2046 # pkg-config's output is a list of words.
+g++ -Wall -Wextra -Werror -o "$scratch/host-pc-deb" examples/host/host.cpp \
+  $(PKG_CONFIG_LIBDIR=$deb_pc pkg-config --cflags --libs frameloom) -Wl,-rpath,"$deb_pc/.."
+run_host "$scratch/host-pc-deb"
 echo "install checks passed"

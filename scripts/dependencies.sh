@@ -13,6 +13,7 @@ packages=(
   libfreetype-dev libharfbuzz-dev libfontconfig-dev fonts-dejavu-core
   libdeflate-dev
   libgif-dev help2man
+  dpkg-dev
   fonts-liberation
 )
 

@@ -217,11 +217,15 @@ bool typeFirst(Json& document) {
         !value.contains("ty")) {
       return;
     }
+    // Built at its final size: the ordered map copies its members, subtrees and all, when it
+    // grows.
     Json reordered = Json::object();
-    reordered["ty"] = std::move(value["ty"]);
-    for (auto& [key, member] : value.items()) {
+    auto& members = reordered.get_ref<Json::object_t&>();
+    members.reserve(value.size());
+    members.emplace_back("ty", std::move(value["ty"]));
+    for (auto& [key, member] : value.get_ref<Json::object_t&>()) {
       if (key != "ty") {
-        reordered[key] = std::move(member);
+        members.emplace_back(key, std::move(member));
       }
     }
     value = std::move(reordered);

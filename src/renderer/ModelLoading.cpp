@@ -1,5 +1,6 @@
 #include "renderer/ModelLoading.h"
 
+#include "renderer/DocumentParsing.h"
 #include "renderer/DocumentRepairs.h"
 #include "renderer/DrawingBudget.h"
 #include "renderer/Limits.h"
@@ -84,10 +85,11 @@ std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document) {
   if (nestsTooDeep(document)) {
     return nullptr;
   }
-  auto parsed = nlohmann::ordered_json::parse(document, nullptr, false);
-  if (parsed.is_discarded()) {
+  auto parsedDocument = parseDocument(document);
+  if (!parsedDocument) {
     return nullptr;
   }
+  auto& parsed = *parsedDocument;
   const bool rewritten = repairDocument(parsed, false);
   const BudgetFit fit = fitDrawingBudget(parsed);
   if (fit == BudgetFit::refused) {

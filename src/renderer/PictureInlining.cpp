@@ -1,5 +1,6 @@
 #include "renderer/PictureInlining.h"
 
+#include "renderer/DocumentParsing.h"
 #include "renderer/Limits.h"
 #include "renderer/PictureHeaders.h"
 
@@ -154,7 +155,11 @@ bool mayHoldDataUri(std::string_view json) {
 
 std::string inlinePictures(std::string json, const PictureLookup& lookup) {
   // Ordered: rlottie needs the keys in the order the exporter wrote them.
-  auto document = nlohmann::ordered_json::parse(json, nullptr, false);
+  auto parsed = parseDocument(json);
+  if (!parsed) {
+    return json;
+  }
+  auto& document = *parsed;
   if (!document.is_object() || !document.contains("assets") || !document["assets"].is_array()) {
     return json;
   }
