@@ -12,8 +12,6 @@ namespace frameloom::renderer {
 // How the animation's own rectangle is placed in the target pixels: scaled to fit inside with its
 // aspect ratio kept (the uncovered pixels stay transparent), then aligned: 0 puts the animation at
 // the left (top) edge, 0.5 centres it, 1 puts it at the right (bottom) edge.
-// Centred, the animation keeps its place to the sub-pixel, so odd margins leave half-covered edge
-// pixels; other alignments put its edges on whole pixels.
 struct FRAMELOOM_EXPORT Layout {
   double alignX = 0.5;
   double alignY = 0.5;
