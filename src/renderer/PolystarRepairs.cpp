@@ -13,10 +13,14 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// An animated point count is sampled at every whole frame between its first and last keyframes;
-// real animations span a few hundred frames. A longer span is left as it is rather than costing
-// a sample per frame of a hostile timeline.
+// Animated point counts are sampled at every whole frame between their first and last
+// keyframes; real animations span a few hundred frames and hold a handful of polystars. Counts
+// beyond this many frames per document are left as they are rather than costing a sample per
+// frame of a hostile timeline.
 constexpr double maxSampledFrames = 100000;
+
+// Beyond 2^53 adding a frame to a time changes nothing, so such times are never walked.
+constexpr double largestExactWhole = 9007199254740992.0;
 
 // Bisection steps that find where an easing curve reaches a time: 2^-40 is far below a frame.
 constexpr int easingSteps = 40;
@@ -130,8 +134,9 @@ std::optional<std::vector<Keyframe>> readKeyframes(const Json& keyframes) {
   return read;
 }
 
-double valueAt(const std::vector<Keyframe>& keyframes, double frame) {
-  std::size_t at = 0;
+// The value at `frame`, for frames asked in increasing order: `at` is the keyframe the last one
+// fell after, so that a whole timeline costs one pass over the keyframes.
+double valueAt(const std::vector<Keyframe>& keyframes, double frame, std::size_t& at) {
   while (at + 1 < keyframes.size() && keyframes[at + 1].time <= frame) {
     ++at;
   }
@@ -146,12 +151,16 @@ double valueAt(const std::vector<Keyframe>& keyframes, double frame) {
 }
 
 // An animated count as hold keyframes of its whole part at whole frames; false when the
-// keyframes cannot be read or span too many frames.
-bool wholeAnimatedCount(Json& keyframes) {
+// keyframes cannot be read or span more frames than `budget` has left.
+bool wholeAnimatedCount(Json& keyframes, double& budget) {
   const auto read = readKeyframes(keyframes);
-  if (!read || read->empty() || read->back().time - read->front().time > maxSampledFrames) {
+  if (!read || read->empty() || std::abs(read->front().time) >= largestExactWhole ||
+      std::abs(read->back().time) >= largestExactWhole ||
+      read->back().time - read->front().time >= budget) {
     return false;
   }
+  budget -= read->back().time - read->front().time + 1;
+  std::size_t at = 0;
   Json whole = Json::array();
   std::optional<double> last;
   const double lastFrame = std::ceil(read->back().time);
@@ -159,7 +168,7 @@ bool wholeAnimatedCount(Json& keyframes) {
     // From the last keyframe on the count stays at its value; just before it, the easing may
     // leave it a hair below.
     const double count =
-        std::floor(frame == lastFrame ? read->back().start : valueAt(*read, frame));
+        std::floor(frame == lastFrame ? read->back().start : valueAt(*read, frame, at));
     if (!last || count != *last) {
       whole.push_back({{"t", frame}, {"s", Json::array({count})}, {"h", 1}});
       last = count;
@@ -205,6 +214,7 @@ bool polystarRotationOnce(Json& document) {
 
 bool wholePolystarPoints(Json& document) {
   bool changed = false;
+  double budget = maxSampledFrames;
   forEachPolystar(document, [&](Json& polystar) {
     const auto points = polystar.find("pt");
     if (points == polystar.end() || !points->is_object() || !points->contains("k")) {
@@ -217,7 +227,7 @@ bool wholePolystarPoints(Json& document) {
         changed = true;
       }
     } else if (value.is_array() && !value.empty() && value.front().is_object()) {
-      changed |= wholeAnimatedCount(value);
+      changed |= wholeAnimatedCount(value, budget);
     }
   });
   return changed;

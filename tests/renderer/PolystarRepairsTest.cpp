@@ -84,7 +84,8 @@ TEST(PolystarRepairsTest, OddCountsAndSpansAreLeftAlone) {
   Json document = Json::parse(
       R"({"layers":[{"shapes":[{"ty":"sr","pt":{"a":1,"k":[{"t":5,"s":[4]},{"t":1,"s":[6]}]},)"
       R"("r":{"a":1,"k":[{"t":0},"x"]}},{"ty":"sr","pt":{"a":1,"k":[{"t":0,"s":[4]},)"
-      R"({"t":1e9,"s":[6]}]},"r":"x"},{"ty":"sr","pt":{"k":"x"}}]}]})");
+      R"({"t":1e9,"s":[6]}]},"r":"x"},{"ty":"sr","pt":{"k":"x"}},{"ty":"sr","pt":{"a":1,"k":)"
+      R"([{"t":1e300,"s":[4]},{"t":1e300,"s":[6]}]}}]}]})");
   const Json before = document;
   EXPECT_FALSE(wholePolystarPoints(document));
   EXPECT_FALSE(polystarRotationOnce(document));
