@@ -73,7 +73,7 @@ DotLottieAnimation::DotLottieAnimation(std::span<const std::uint8_t> dotLottieDa
     return;
   }
   const std::optional<LottieTiming> timing = readLottieTiming(*document);
-  model_ = loadRepairedModel(std::move(*document));
+  model_ = loadRepairedModel(std::move(*document), refusal_);
   if (!model_) {
     return;
   }

@@ -163,17 +163,70 @@ private:
   bool clamped_ = false;
 };
 
+// Halves the copies of every repeater in `items` that makes more than one; whether any did.
+bool halveRepeaters(Json& items) {
+  bool halved = false;
+  for (Json& item : items) {
+    if (!item.is_object()) {
+      continue;
+    }
+    const std::string type = stringMember(item, "ty");
+    if (type == "gr" && item.contains("it") && item["it"].is_array()) {
+      halved = halveRepeaters(item["it"]) || halved;
+    } else if (const std::uint64_t copies = largestCopies(item); type == "rp" && copies > 1) {
+      item["c"] = Json{{"a", 0}, {"k", (copies + 1) / 2}};
+      halved = true;
+    }
+  }
+  return halved;
+}
+
+// Halves the repeaters of every shape layer, in the document and in its precompositions.
+bool halveAllRepeaters(Json& document) {
+  bool halved = false;
+  const auto halveLayers = [&](Json& owner) {
+    if (!owner.contains("layers") || !owner["layers"].is_array()) {
+      return;
+    }
+    for (Json& layer : owner["layers"]) {
+      if (layer.is_object() && layer.contains("shapes") && layer["shapes"].is_array()) {
+        halved = halveRepeaters(layer["shapes"]) || halved;
+      }
+    }
+  };
+  halveLayers(document);
+  if (document.contains("assets") && document["assets"].is_array()) {
+    for (Json& asset : document["assets"]) {
+      if (asset.is_object()) {
+        halveLayers(asset);
+      }
+    }
+  }
+  return halved;
+}
+
 } // namespace
 
 BudgetFit fitDrawingBudget(Json& document) {
   if (!document.is_object()) {
     return BudgetFit::fits;
   }
-  Tally tally(document);
-  if (tally.layers(document) > limits::maxDrawnItems) {
-    return BudgetFit::refused;
+  // Repeaters that pass the budget alone are clamped while counting; when the whole still does
+  // not fit, typically nested repeaters that each fit alone, every repeater gives up half its
+  // copies until it fits. Counts stop at beyondBudget, so this takes a dozen rounds at most.
+  bool clamped = false;
+  for (;;) {
+    Tally tally(document);
+    const std::uint64_t drawn = tally.layers(document);
+    clamped = clamped || tally.clamped();
+    if (drawn <= limits::maxDrawnItems) {
+      return clamped ? BudgetFit::clamped : BudgetFit::fits;
+    }
+    if (!halveAllRepeaters(document)) {
+      return BudgetFit::refused;
+    }
+    clamped = true;
   }
-  return tally.clamped() ? BudgetFit::clamped : BudgetFit::fits;
 }
 
 } // namespace frameloom::renderer

@@ -18,10 +18,11 @@ constexpr std::uint64_t maxPicturePixels = std::uint64_t{1} << 26;
 // Shape items (paths, paints, modifiers), masks and layers drawn per frame, with the copies of
 // repeaters and the reuse of precompositions multiplied through. The largest real animations
 // seen draw under a thousand; every item costs rlottie a path and often a pass over the pixels,
-// so at 4000 x 4000 pixels five thousand canvas-sized items take some 5 s per frame. Repeaters that
-// would pass the budget on their own are clamped to as many copies as fit; a document still beyond
-// it is refused.
-constexpr std::uint64_t maxDrawnItems = 5000;
+// and at 4000 x 4000 pixels the thousand canvas-sized fills two thousand items can make take some
+// 3 s of one core per frame.
+// Repeaters that would pass the budget on their own are clamped to as many copies as fit, then
+// all repeaters are halved until the whole fits; a document still beyond it is refused.
+constexpr std::uint64_t maxDrawnItems = 2000;
 
 // Nesting of a document's values. Parsing, checking and rewriting recurse once per level; real
 // documents nest a few dozen levels. Deeper documents are refused.

@@ -80,9 +80,11 @@ std::string dumped(const nlohmann::ordered_json& document) {
 
 } // namespace
 
-std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document) {
+std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document,
+                                                      std::optional<Refusal>& refusal) {
   // A document that cannot be checked against the budgets is not handed to rlottie at all.
   if (nestsTooDeep(document)) {
+    refusal = Refusal::nestedTooDeep;
     return nullptr;
   }
   auto parsedDocument = parseDocument(document);
@@ -93,6 +95,7 @@ std::unique_ptr<rlottie::Animation> loadRepairedModel(std::string document) {
   const bool rewritten = repairDocument(parsed, false);
   const BudgetFit fit = fitDrawingBudget(parsed);
   if (fit == BudgetFit::refused) {
+    refusal = Refusal::tooManyDrawnItems;
     return nullptr;
   }
   if (rewritten || fit == BudgetFit::clamped) {

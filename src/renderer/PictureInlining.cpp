@@ -12,12 +12,16 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <map>
 #include <span>
+#include <tuple>
 #include <vector>
 
 namespace frameloom::renderer {
 
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 // Pictures beyond 4096 x 4096 pixels (64 MiB decoded) are not re-encoded: a small hostile file
 // can otherwise claim a huge canvas.
@@ -78,6 +82,86 @@ std::optional<std::string_view> base64Payload(std::string_view uri) {
   }
   return uri.substr(comma + 1);
 }
+
+// An asset whose picture is left out: no picture and no area, so that its layers draw nothing and
+// cost nothing to draw.
+void leaveOut(Json& asset) {
+  asset["p"] = "";
+  asset["u"] = "";
+  asset["e"] = 1;
+  asset["w"] = 0;
+  asset["h"] = 0;
+}
+
+// Assets that show the same picture at the same size. rlottie decodes the picture of every asset
+// on its own, so such assets are merged into the first: their layers are pointed at that one.
+class SharedPictures {
+public:
+  // The id of an earlier asset of the same size that holds the picture `uri`, if any; this
+  // asset's layers will then show that one.
+  std::optional<std::string> find(const Json& asset, const std::string& uri) {
+    const auto candidates = kept_.find(keyOf(asset, uri));
+    if (candidates == kept_.end() || !isNamed(asset)) {
+      return std::nullopt;
+    }
+    for (const Json* first : candidates->second) {
+      if ((*first)["p"].get_ref<const std::string&>() == uri && (*first)["id"] != asset["id"]) {
+        aliases_.emplace(asset["id"].get<std::string>(), (*first)["id"].get<std::string>());
+        return (*first)["id"].get<std::string>();
+      }
+    }
+    return std::nullopt;
+  }
+
+  // Records an asset kept with its picture, which later assets may share.
+  void add(const Json& asset) {
+    if (isNamed(asset)) {
+      kept_[keyOf(asset, asset["p"].get_ref<const std::string&>())].push_back(&asset);
+    }
+  }
+
+  // Points the picture layers of the document and of its precompositions at the assets kept.
+  void repoint(Json& document) const {
+    if (aliases_.empty()) {
+      return;
+    }
+    repointLayers(document);
+    for (auto& asset : document["assets"]) {
+      repointLayers(asset);
+    }
+  }
+
+private:
+  // The picture's hash and the asset's size: assets sharing a key are compared in full.
+  using Key = std::tuple<std::size_t, std::string, std::string>;
+
+  static bool isNamed(const Json& asset) { return asset.contains("id") && asset["id"].is_string(); }
+
+  static Key keyOf(const Json& asset, const std::string& uri) {
+    const auto size = [&](const char* key) {
+      return asset.contains(key) ? asset[key].dump() : std::string();
+    };
+    return {std::hash<std::string>{}(uri), size("w"), size("h")};
+  }
+
+  void repointLayers(Json& owner) const {
+    if (!owner.is_object() || !owner.contains("layers") || !owner["layers"].is_array()) {
+      return;
+    }
+    for (auto& layer : owner["layers"]) {
+      if (!layer.is_object() || !layer.contains("refId") || !layer["refId"].is_string()) {
+        continue;
+      }
+      const auto alias = aliases_.find(layer["refId"].get_ref<const std::string&>());
+      if (alias != aliases_.end()) {
+        layer["refId"] = alias->second;
+      }
+    }
+  }
+
+  std::map<Key, std::vector<const Json*>> kept_;
+  std::map<std::string, std::string> aliases_;
+};
 
 } // namespace
 
@@ -165,6 +249,8 @@ std::string inlinePictures(std::string json, const PictureLookup& lookup) {
   }
   bool changed = false;
   std::uint64_t pixelsLeft = limits::maxPicturePixels;
+  std::map<std::string, std::optional<std::string>, std::less<>> files;
+  SharedPictures shared;
   for (auto& asset : document["assets"]) {
     if (!asset.is_object() || !asset.contains("p") || !asset["p"].is_string()) {
       continue;
@@ -176,33 +262,46 @@ std::string inlinePictures(std::string json, const PictureLookup& lookup) {
       const auto payload = base64Payload(path);
       picture = payload ? base64Decoded(*payload) : std::nullopt;
     } else {
-      picture = lookup(fileName(path));
-      if (!picture) {
+      // Many assets may name one file: it is read once.
+      auto file = files.find(fileName(path));
+      if (file == files.end()) {
+        file = files.emplace(std::string(fileName(path)), lookup(fileName(path))).first;
+      }
+      if (!file->second) {
         continue;
       }
+      picture = file->second;
     }
     const bool webp = picture && platform::isWebp(asBytes(*picture));
     if (picture) {
       picture = decodable(std::move(*picture), pixelsLeft);
     }
     const auto extent = picture ? pictureExtent(*picture) : std::nullopt;
+    // Every asset kept counts, shared or not: each is drawn on its own.
     if (extent && extent->pixels() <= pixelsLeft) {
       pixelsLeft -= extent->pixels();
-      if (inlined && !webp) {
+      std::string uri = inlined && !webp ? path : dataUri(*picture);
+      if (shared.find(asset, uri)) {
+        leaveOut(asset);
+      } else if (uri == path) {
+        shared.add(asset);
         continue;
+      } else {
+        asset["p"] = std::move(uri);
+        asset["u"] = "";
+        asset["e"] = 1;
+        shared.add(asset);
       }
-      asset["p"] = dataUri(*picture);
     } else {
-      asset["p"] = "";
+      leaveOut(asset);
     }
-    asset["u"] = "";
-    asset["e"] = 1;
     changed = true;
   }
   if (!changed) {
     return json;
   }
-  return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  shared.repoint(document);
+  return document.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 } // namespace frameloom::renderer

@@ -18,9 +18,14 @@ using PictureLookup = std::function<std::optional<std::string>(std::string_view 
 //   type either claims), are re-encoded as PNG;
 // - a picture whose size cannot be read (a format other than PNG, JPEG or GIF, a WebP that cannot
 //   be decoded, a data URI that is not base64) is left out: its "p" becomes empty, so the layer
-//   draws nothing;
+//   draws nothing and its "w" and "h" become 0, so the layer costs nothing to draw;
 // - so is every picture, in document order, that would take the pixels of all the pictures kept
-//   beyond limits::maxPicturePixels (Limits.h).
+//   beyond limits::maxPicturePixels (Limits.h); an asset counts however many others share its
+//   picture;
+// - an asset showing the same picture at the same size as an earlier one is left out too, and the
+//   layers showing it (in the document and its precompositions) show the earlier one: rlottie
+//   decodes each asset's picture on its own;
+// - each picture file is looked up once, however many assets name it.
 // Key order and all other values are kept. Text that is not a JSON object, or that needs none of
 // this, is returned unchanged. Exceptions of `lookup` pass through.
 std::string inlinePictures(std::string json, const PictureLookup& lookup);

@@ -351,6 +351,13 @@ void Archive::addEntries(const std::vector<FileItem>& items, CompressionMethod c
   ArchiveWriting(*this).addEntries(items, compressionMethod, bufferSize);
 }
 
+void Archive::setCompressionLevel(int level) {
+  if (level < fastestCompressionLevel || level > smallestCompressionLevel) {
+    throw ArchiveError(ArchiveError::Code::invalidCompressionMethod);
+  }
+  compressionLevel_ = level;
+}
+
 std::int64_t Archive::totalUnitCountForAddingItem(const std::filesystem::path& url) {
   return ArchiveWriting::totalUnitCount(url);
 }

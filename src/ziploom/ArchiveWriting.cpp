@@ -282,6 +282,21 @@ ArchiveWriting::FormerTail ArchiveWriting::readFormerTail() const {
   if (!fillsExactly(tail.centralDirectory(), archive_.resolvedEntryCount())) {
     throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
   }
+  // The new entry is written over the directory: a local record reaching into it would be
+  // overwritten, and its entry lost.
+  for (const auto& entry : archive_) {
+    const auto headerEnd =
+        stream::add(entry.centralDirectoryStructure.resolvedLocalHeaderOffset(),
+                    std::uint64_t{LocalFileHeader::size} + entry.localFileHeader.fileNameLength +
+                        entry.localFileHeader.extraFieldLength);
+    const auto dataEnd =
+        headerEnd
+            ? stream::add(*headerEnd, entry.centralDirectoryStructure.resolvedCompressedSize())
+            : std::nullopt;
+    if (!dataEnd || *dataEnd > tail.offset) {
+      throw ArchiveError(ArchiveError::Code::damagedCentralDirectory);
+    }
+  }
   tail.endOfCentralDirectoryRecord = archive_.endOfCentralDirectoryRecord_;
   tail.zip64EndOfCentralDirectory = archive_.zip64EndOfCentralDirectory_;
   return tail;
@@ -333,7 +348,7 @@ CentralDirectoryStructure ArchiveWriting::writeLocalEntry(const NewEntry& entry,
       const auto source = gather(entry.uncompressedSize, entry.bufferSize, progress, provider);
       checksum = crc32(source);
       Bytes compressed;
-      whole::Deflater().deflate(source, compressed);
+      whole::Deflater(archive_.compressionLevel_).deflate(source, compressed);
       writer.write(compressed);
       written = compressed.size();
     } else if (entry.compressionMethod == CompressionMethod::deflate) {
@@ -345,10 +360,13 @@ CentralDirectoryStructure ArchiveWriting::writeLocalEntry(const NewEntry& entry,
         }
         return chunk;
       };
-      checksum = compress(entry.uncompressedSize, entry.bufferSize, counting, [&](ByteView chunk) {
-        writer.write(chunk);
-        written += chunk.size();
-      });
+      checksum = compress(
+          entry.uncompressedSize, entry.bufferSize, counting,
+          [&](ByteView chunk) {
+            writer.write(chunk);
+            written += chunk.size();
+          },
+          archive_.compressionLevel_);
     } else {
       // The position advances by whole chunks even when the provider returns fewer bytes: the
       // sizes and checksum then describe what it actually delivered.
@@ -503,7 +521,7 @@ void ArchiveWriting::addEntries(const std::vector<Archive::FileItem>& items,
     for (const auto& item : items) {
       urls.push_back(item.fileURL);
     }
-    preparer.emplace(std::move(urls));
+    preparer.emplace(std::move(urls), archive_.compressionLevel_);
   }
   const Provider unused;
   try {

@@ -19,11 +19,11 @@ enum class Direction { encode, decode };
 // Owns an initialised zlib stream for raw deflate in one direction.
 class DeflateStream {
 public:
-  explicit DeflateStream(Direction direction) : direction_(direction) {
-    const int status = direction == Direction::encode
-                           ? deflateInit2(&stream_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS,
-                                          8, Z_DEFAULT_STRATEGY)
-                           : inflateInit2(&stream_, -MAX_WBITS);
+  DeflateStream(Direction direction, int level) : direction_(direction) {
+    const int status =
+        direction == Direction::encode
+            ? deflateInit2(&stream_, level, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY)
+            : inflateInit2(&stream_, -MAX_WBITS);
     if (status != Z_OK) {
       throw CompressionError(CompressionError::Code::invalidStream,
                              "The compression stream could not be initialised");
@@ -57,13 +57,17 @@ private:
                          "The compressed data is corrupted or truncated");
 }
 
-std::uint32_t process(Direction direction, std::int64_t size, std::int64_t bufferSize,
+std::uint32_t process(Direction direction, int level, std::int64_t size, std::int64_t bufferSize,
                       bool skipCRC32, const Provider& provider, const Consumer& consumer) {
+  if (level < fastestCompressionLevel || level > smallestCompressionLevel) {
+    throw CompressionError(CompressionError::Code::invalidStream,
+                           "The compression level must be from 1 to 9");
+  }
   if (bufferSize <= 0 || bufferSize > maximumBufferSize || size < 0) {
     throw CompressionError(CompressionError::Code::invalidStream,
                            "The compression stream needs a positive buffer size and source size");
   }
-  DeflateStream stream(direction);
+  DeflateStream stream(direction, level);
   // Inflating into a larger buffer halves what zlib copies into its window and the number of
   // calls; the consumer still gets slices of at most bufferSize bytes.
   const auto outputSize = direction == Direction::decode
@@ -144,13 +148,14 @@ std::uint32_t crc32(ByteView bytes, std::uint32_t checksum) {
 }
 
 std::uint32_t compress(std::int64_t size, std::int64_t bufferSize, const Provider& provider,
-                       const Consumer& consumer) {
-  return process(Direction::encode, size, bufferSize, false, provider, consumer);
+                       const Consumer& consumer, int level) {
+  return process(Direction::encode, level, size, bufferSize, false, provider, consumer);
 }
 
 std::uint32_t decompress(std::int64_t size, std::int64_t bufferSize, bool skipCRC32,
                          const Provider& provider, const Consumer& consumer) {
-  return process(Direction::decode, size, bufferSize, skipCRC32, provider, consumer);
+  return process(Direction::decode, defaultCompressionLevel, size, bufferSize, skipCRC32, provider,
+                 consumer);
 }
 
 } // namespace frameloom::ziploom

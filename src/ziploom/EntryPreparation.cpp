@@ -40,8 +40,9 @@ ItemStatus inspect(const std::filesystem::path& url) {
           static_cast<std::uint16_t>(status.st_mode)};
 }
 
-Preparer::Preparer(std::vector<std::filesystem::path> urls)
-    : urls_(std::move(urls)), states_(urls_.size(), State::waiting), results_(urls_.size()) {
+Preparer::Preparer(std::vector<std::filesystem::path> urls, int level)
+    : urls_(std::move(urls)), level_(level), states_(urls_.size(), State::waiting),
+      results_(urls_.size()) {
   const auto workers = std::min<std::size_t>(
       {urls_.size(), std::max(1u, std::thread::hardware_concurrency()), maximumWorkers});
   try {
@@ -98,7 +99,7 @@ void Preparer::work() {
     std::unique_ptr<PreparedFile> result;
     try {
       if (!deflater) {
-        deflater.emplace();
+        deflater.emplace(level_);
       }
       result = prepare(index, *deflater);
     } catch (...) {

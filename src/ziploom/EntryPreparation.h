@@ -49,7 +49,8 @@ inline constexpr unsigned maximumWorkers = 4;
 // while read, or failing in any way) is left to the writer, which then meets any error itself.
 class Preparer {
 public:
-  explicit Preparer(std::vector<std::filesystem::path> urls);
+  // Files are deflated at `level` (Compression.h).
+  Preparer(std::vector<std::filesystem::path> urls, int level);
   ~Preparer();
   Preparer(const Preparer&) = delete;
   Preparer& operator=(const Preparer&) = delete;
@@ -65,6 +66,7 @@ private:
   std::unique_ptr<PreparedFile> prepare(std::size_t index, whole::Deflater& deflater);
 
   std::vector<std::filesystem::path> urls_;
+  int level_;
   std::vector<State> states_;
   std::vector<std::unique_ptr<PreparedFile>> results_;
   std::mutex mutex_;

@@ -95,7 +95,8 @@ fs::path appendingPathComponent(const fs::path& folder, std::string_view entryPa
 }
 
 void zipItem(const fs::path& source, const fs::path& destination, bool shouldKeepParent,
-             CompressionMethod compressionMethod, const ProgressPointer& progress) {
+             CompressionMethod compressionMethod, const ProgressPointer& progress,
+             int compressionLevel) {
   if (!isPresent(source)) {
     throw FileError(FileError::Code::fileReadNoSuchFile, source);
   }
@@ -103,6 +104,7 @@ void zipItem(const fs::path& source, const fs::path& destination, bool shouldKee
     throw FileError(FileError::Code::fileWriteFileExists, destination);
   }
   Archive archive(destination, AccessMode::create);
+  archive.setCompressionLevel(compressionLevel);
   const auto folder = absoluteNormal(source);
   const auto name = folder.filename().empty() ? folder.parent_path().filename() : folder.filename();
   const auto base =

@@ -17,7 +17,7 @@ struct DecompressorDeleter {
 
 } // namespace
 
-Deflater::Deflater() : compressor_(libdeflate_alloc_compressor(compressionLevel)) {
+Deflater::Deflater(int level) : compressor_(libdeflate_alloc_compressor(level)) {
   if (compressor_ == nullptr) {
     throw std::bad_alloc();
   }

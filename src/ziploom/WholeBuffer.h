@@ -19,14 +19,12 @@ namespace frameloom::ziploom::whole {
 // every document, picture and archive member people zip fits.
 inline constexpr std::uint64_t maximumSize = 16 * 1024 * 1024;
 
-// The level of the streaming compressor's default, so that both paths make archives of the same
-// kind and a given entry always compresses to the same bytes through this path.
-inline constexpr int compressionLevel = 6;
-
 // Owns one compressor (its match finder takes a few hundred KiB, so it is kept for many entries).
+// It takes the streaming compressor's levels (Compression.h), so that both paths make archives of
+// the same kind and a given entry always compresses to the same bytes through this path.
 class Deflater {
 public:
-  Deflater();
+  explicit Deflater(int level);
   ~Deflater();
   Deflater(const Deflater&) = delete;
   Deflater& operator=(const Deflater&) = delete;

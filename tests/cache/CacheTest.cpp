@@ -165,8 +165,17 @@ protected:
 TEST_F(LottieCacheTest, StoresUnderTheKeyHitsMemoryAndDiskAndClears) {
   const Url from = url("/redirect/10"); // the last of ten redirects answers 64 bytes
   auto cache = makeCache();
-  LottieCache::Data data = load(*cache, from);
+  // A progress record counts the body's bytes, those of a download and those of a hit alike.
+  const auto downloading = platform::Progress::make();
+  LottieCache::Data data =
+      MainLoop::shared().runUntilComplete(cache->loadLottie(from, downloading));
   ASSERT_EQ(data->size(), 64u);
+  const auto hitting = platform::Progress::make();
+  MainLoop::shared().runUntilComplete(cache->loadLottie(from, hitting));
+  for (const auto& progress : {downloading, hitting}) {
+    EXPECT_EQ(progress->totalUnitCount(), 64);
+    EXPECT_EQ(progress->completedUnitCount(), 64);
+  }
   EXPECT_THAT(names(), ElementsAre(cacheKey(from.absoluteString()))); // and no temporary file
   EXPECT_EQ(cache->cacheFile(from), folder / cacheKey(from.absoluteString()));
   const int requests = requestsServed();

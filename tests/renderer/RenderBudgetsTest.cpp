@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
 namespace frameloom::renderer {
@@ -58,38 +59,55 @@ TEST(RenderBudgetsTest, PictureExtentsComeFromTheirHeaders) {
   }
 }
 
-// Five pictures of 4096 x 4096 named by file, one inlined, one of a format nobody reads: the first
-// four fill the budget, the rest are left out.
-TEST(RenderBudgetsTest, PicturesBeyondThePixelBudgetAreLeftOut) {
+// Pictures of 4096 x 4096 named by file, two assets sharing one, one inlined, one of a format
+// nobody reads: four assets fill the budget, the rest are left out, and the shared picture is
+// decoded once, its second asset's layers (here inside a precomposition) pointed at the first.
+TEST(RenderBudgetsTest, PicturesBeyondThePixelBudgetAreLeftOutAndSharedOnesMerged) {
   static_assert(limits::maxPicturePixels == 4 * 4096 * 4096);
-  Json assets = Json::array();
-  for (int i = 0; i < 5; ++i) {
-    assets.push_back({{"id", "p" + std::to_string(i)},
-                      {"w", 4096},
-                      {"h", 4096},
-                      {"u", "images/"},
-                      {"p", "big.png"},
-                      {"e", 0}});
-  }
+  const auto picture = [](const std::string& id, int side, const std::string& file) {
+    return Json{{"id", id}, {"w", side}, {"h", side}, {"u", "images/"}, {"p", file}, {"e", 0}};
+  };
+  Json assets =
+      Json::array({picture("big", 4096, "big.png"), picture("same", 4096, "big.png"),
+                   picture("smaller", 100, "big.png"), picture("other", 4096, "other.png"),
+                   picture("over", 4096, "third.png")});
   assets.push_back({{"id", "tiny"},
                     {"w", 1},
                     {"h", 1},
                     {"u", ""},
                     {"p", "data:image/png;base64," + base64Encoded(pngHeader(1, 1))},
                     {"e", 1}});
-  assets.push_back({{"id", "odd"}, {"w", 1}, {"h", 1}, {"u", ""}, {"p", "odd.bmp"}, {"e", 0}});
-  const std::string document = sampleLottie(8, 8, {}, {}, Json::array(), assets);
-  const Json inlined =
-      Json::parse(inlinePictures(document, [](std::string_view name) -> std::optional<std::string> {
-        return name == "big.png" ? pngHeader(4096, 4096) : "BM\x10\0\0\0";
-      }));
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_TRUE(inlined["assets"][i]["p"].get<std::string>().starts_with("data:image/png;base64,"))
-        << i;
+  assets.push_back(picture("odd", 1, "odd.bmp"));
+  Json layers = Json::array();
+  for (const auto& asset : assets) {
+    Json layer = testing::sampleLayer(2, {});
+    layer["refId"] = asset["id"];
+    layers.push_back(layer);
   }
-  EXPECT_EQ(inlined["assets"][4]["p"], "");
-  EXPECT_EQ(inlined["assets"][5]["p"], "") << "the budget is spent, however small the picture";
-  EXPECT_EQ(inlined["assets"][6]["p"], "");
+  assets.push_back({{"id", "comp"}, {"layers", Json::array({layers[1]})}});
+  const std::string document = sampleLottie(8, 8, {}, {}, layers, assets);
+  std::map<std::string, int> lookups;
+  const Json inlined = Json::parse(
+      inlinePictures(document, [&](std::string_view name) -> std::optional<std::string> {
+        ++lookups[std::string(name)];
+        return name == "odd.bmp" ? "BM\x10\0\0\0" : pngHeader(4096, 4096) + std::string(name);
+      }));
+
+  const auto kept = [&](int i) {
+    return inlined["assets"][i]["p"].get<std::string>().starts_with("data:image/png;base64,");
+  };
+  EXPECT_TRUE(kept(0));
+  EXPECT_FALSE(kept(1)) << "shares the first";
+  EXPECT_TRUE(kept(2)) << "same picture, drawn at another size";
+  EXPECT_TRUE(kept(3));
+  for (int i = 4; i < 7; ++i) {
+    EXPECT_EQ(inlined["assets"][i]["p"], "") << i;
+    EXPECT_EQ(inlined["assets"][i]["w"], 0) << i;
+  }
+  EXPECT_EQ(inlined["layers"][1]["refId"], "big");
+  EXPECT_EQ(inlined["assets"][7]["layers"][0]["refId"], "big");
+  EXPECT_EQ(inlined["layers"][2]["refId"], "smaller");
+  EXPECT_EQ(lookups["big.png"], 1);
 }
 
 // A shape layer whose groups nest `depth` deep, each with a rectangle, a fill and a repeater of
@@ -174,22 +192,27 @@ Json selfShowingPrecomposition() {
   return document;
 }
 
-TEST(RenderBudgetsTest, DocumentsBeyondTheDrawingBudgetAreRefused) {
+TEST(RenderBudgetsTest, DocumentsBeyondTheDrawingBudgetAreRefusedSayingWhy) {
   const struct {
     const char* name;
     std::string document;
-    bool loaded;
+    std::optional<Refusal> refusal;
   } cases[] = {
-      {"three levels of ten precompositions", nestedPrecompositions(3).dump(), true},
-      {"six levels of ten precompositions", nestedPrecompositions(6).dump(), false},
-      {"a precomposition showing itself", selfShowingPrecomposition().dump(), false},
+      {"two levels of ten precompositions", nestedPrecompositions(2).dump(), std::nullopt},
+      {"six levels of ten precompositions", nestedPrecompositions(6).dump(),
+       Refusal::tooManyDrawnItems},
+      {"a precomposition showing itself", selfShowingPrecomposition().dump(),
+       Refusal::tooManyDrawnItems},
       {"nesting beyond what is checked",
-       std::string(limits::maxNesting + 1, '[') + std::string(limits::maxNesting + 1, ']'), false},
+       "{\"x\":" + std::string(limits::maxNesting, '[') + std::string(limits::maxNesting, ']') +
+           "}",
+       Refusal::nestedTooDeep},
   };
   for (const auto& c : cases) {
     DotLottieAnimation animation(bytesOf(c.document), AnimationConfig{});
-    EXPECT_EQ(animation.isLoaded(), c.loaded) << c.name;
-    EXPECT_EQ(animation.tick() != nullptr, c.loaded) << c.name;
+    EXPECT_EQ(animation.isLoaded(), !c.refusal) << c.name;
+    EXPECT_EQ(animation.tick() != nullptr, !c.refusal) << c.name;
+    EXPECT_EQ(animation.refusal(), c.refusal) << c.name;
   }
 }
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <fstream>
 
 namespace frameloom::testing {
@@ -57,6 +58,18 @@ TEST_F(ArchiveCommands, ZipDeflatesByDefaultStoresWhenAskedAndNeverHoldsItself) 
         << option;
   }
   EXPECT_EQ(run("archive zip tree out2.zip --store --deflate").status, 2);
+  // -1 is the fastest level and -9 the smallest: on text they make archives of different sizes.
+  std::string words;
+  for (unsigned seed = 1; words.size() < 300'000; seed = seed * 1103515245 + 12345) {
+    words += std::array{"frame ", "loom ", "layer ", "shape\n", "key "}[(seed >> 16) % 5];
+  }
+  fs::create_directories(folder / "text");
+  write("text/words.txt", words);
+  ASSERT_EQ(run("archive zip text fast.zip -1").status, 0);
+  ASSERT_EQ(run("archive zip text small.zip -9").status, 0);
+  EXPECT_GT(fs::file_size(folder / "fast.zip"), fs::file_size(folder / "small.zip"));
+  ASSERT_EQ(run("archive unzip fast.zip fast").status, 0);
+  EXPECT_EQ(readText(folder / "fast/words.txt"), words);
   // An archive made inside the folder it zips does not take itself in.
   ASSERT_EQ(run("archive zip tree tree/self.zip").status, 0);
   EXPECT_EQ(methodsAndPaths("tree/self.zip"),

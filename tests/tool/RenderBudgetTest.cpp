@@ -1,6 +1,7 @@
 // Small animations made to take the machine when rendered: a .lottie of some 100 KB whose
 // pictures decode to gigabytes, and a document of 2 KB whose nested repeaters multiply what a
-// frame draws. Each render must end with a frame (what fits the budget) and stay below 1 GB.
+// frame draws. Each render must end with a frame (what fits the budget), or with one line naming
+// the budget a document passes, and stay below 1 GB.
 #include "support/PeakMemory.h"
 #include "support/TemporaryFolder.h"
 #include "support/ToolRun.h"
@@ -12,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -103,6 +105,38 @@ TEST_F(RenderBudget, NestedRepeatersAreClamped) {
   EXPECT_LT(animation.dump().size(), 4096u);
   writeLottie(folder / "repeaters.lottie", animation);
   expectFrameWithinBudget("repeaters.lottie");
+}
+
+// Documents that no clamping brings within the budgets are refused, saying which budget.
+TEST_F(RenderBudget, RefusalsNameTheBudget) {
+  // Six levels of precompositions, each showing the next ten times: a million layers.
+  Json layers = Json::array({layerOfType(4, "shapes", Json::array())});
+  Json assets = Json::array();
+  for (int level = 0; level < 6; ++level) {
+    const std::string id = "c" + std::to_string(level);
+    assets.push_back({{"id", id}, {"layers", layers}});
+    layers = Json::array();
+    for (int i = 0; i < 10; ++i) {
+      layers.push_back(layerOfType(0, "refId", id));
+    }
+  }
+  writeLottie(folder / "precompositions.lottie", document(layers, assets));
+  std::ofstream(folder / "deep.json") << R"({"v":"5.7.0","fr":30,"ip":0,"op":30,"w":8,"h":8,"x":)"
+                                      << std::string(300, '[') << std::string(300, ']') << "}";
+  const struct {
+    const char* name;
+    const char* message;
+  } cases[] = {
+      {"precompositions.lottie", "animation refused: more than 2000 drawn items per frame"},
+      {"deep.json", "animation refused: values nested more than 256 levels deep"},
+  };
+  for (const auto& c : cases) {
+    const ToolRun result =
+        runTool("render " + std::string(c.name) + " --output f.png", folder.path());
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "frameloom: " + std::string(c.name) + ": " + c.message + "\n");
+    EXPECT_FALSE(std::filesystem::exists(folder / "f.png"));
+  }
 }
 
 } // namespace

@@ -218,6 +218,37 @@ TEST_F(ArchiveWritingTest, NothingIsWrittenThroughReadOnlyArchivesOrForBadReques
   EXPECT_EQ(readFile(archivePath), before);
 }
 
+// The level reaches both the single-entry and the batched path: the fastest level leaves the
+// text larger than the smallest, and every level reads back the same.
+TEST(ArchiveAddingTest, CompressionLevelsTradeSizeAndReadBackAlike) {
+  const TemporaryFolder folder;
+  const auto text = wordText(400'000);
+  writeFile(folder.path() / "a.txt", text);
+  writeFile(folder.path() / "b.txt", text);
+  std::map<int, std::uint64_t> sizes;
+  for (const int level : {fastestCompressionLevel, smallestCompressionLevel}) {
+    Archive archive(Bytes{}, AccessMode::create);
+    archive.setCompressionLevel(level);
+    archive.addEntry("one.txt", Archive::FileURL{folder.path() / "a.txt"},
+                     CompressionMethod::deflate);
+    archive.addEntries(
+        {{"a.txt", folder.path() / "a.txt", nullptr}, {"b.txt", folder.path() / "b.txt", nullptr}},
+        CompressionMethod::deflate);
+    for (const auto& entry : archive) {
+      Bytes contents;
+      archive.extract(entry, appendTo(contents));
+      EXPECT_EQ(contents, text) << level;
+      sizes[level] += entry.compressedSize();
+    }
+  }
+  EXPECT_GT(sizes[fastestCompressionLevel], sizes[smallestCompressionLevel]);
+  Archive archive(Bytes{}, AccessMode::create);
+  for (const int level : {0, 10}) {
+    EXPECT_EQ(errorOf<ArchiveError>([&] { archive.setCompressionLevel(level); }),
+              ArchiveError::Code::invalidCompressionMethod);
+  }
+}
+
 TEST(ArchiveAddingTest, BatchedEntriesInMemoryGetZIP64EndRecordsFromTheEntryCountOn) {
   TemporaryFolder folder;
   writeFile(folder / "empty", Bytes{});

@@ -65,8 +65,14 @@ TEST(Compression, BadInputEndsInAnErrorNeverAHang) {
                   [&] { decompress(size, 4096, false, provider, into(sink, largestChunk)); }),
               CompressionError::Code::corruptedData);
   }
-  // An output buffer of no bytes could never make progress.
+  // An output buffer of no bytes could never make progress; levels go from 1 to 9.
   EXPECT_EQ(errorOf<CompressionError>(
                 [&] { compress(4, 0, providerFor(garbage), into(sink, largestChunk)); }),
             CompressionError::Code::invalidStream);
+  for (const int level : {0, 10}) {
+    EXPECT_EQ(errorOf<CompressionError>([&] {
+                compress(4, 4096, providerFor(garbage), into(sink, largestChunk), level);
+              }),
+              CompressionError::Code::invalidStream);
+  }
 }

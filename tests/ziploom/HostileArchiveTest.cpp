@@ -61,6 +61,25 @@ TEST(HostileArchive, OverlappingEntriesAreRefusedBeforeAnythingIsWritten) {
   EXPECT_FALSE(fs::exists(folder / "out"));
 }
 
+// An entry whose local data claims to run into the directory would be overwritten by an addition,
+// which writes over the directory: the addition is refused and the archive left as it was.
+TEST(HostileArchive, AdditionOverAnEntryReachingIntoTheDirectoryIsRefused) {
+  auto bytes =
+      buildArchive({{.name = "a", .data = Bytes(10, 'x')}, {.name = "b", .data = Bytes(10, 'y')}});
+  putU32(bytes, centralRecord(bytes, 1) + 20, 40);
+  Archive archive(bytes, AccessMode::update);
+  ASSERT_FALSE(archive.endsEarly());
+  EXPECT_EQ(errorOf<ArchiveError>([&] {
+              archive.addEntry("c", Entry::EntryType::file, 2, std::chrono::system_clock::now(),
+                               0644, CompressionMethod::none, 4096, nullptr,
+                               [](std::int64_t, std::int64_t count) {
+                                 return Bytes(static_cast<std::size_t>(count), 'z');
+                               });
+            }),
+            ArchiveError::Code::damagedCentralDirectory);
+  EXPECT_EQ(*archive.data(), bytes);
+}
+
 TEST(HostileArchive, ExtractionCapRefusesBeforeAnythingIsWritten) {
   TemporaryFolder folder;
   writeFile(folder / "a.zip", buildArchive({{.name = "a", .data = Bytes(3000, 'x')},

@@ -4,9 +4,11 @@
 
 #include <sys/stat.h>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
+#include <string_view>
 
 namespace frameloom::testing {
 
@@ -28,6 +30,21 @@ Bytes randomBytes(std::size_t count, unsigned seed) {
     byte = static_cast<std::uint8_t>(engine());
   }
   return bytes;
+}
+
+Bytes wordText(std::size_t count, unsigned seed) {
+  static constexpr std::array<std::string_view, 12> words{
+      "frame ", "loom ", "layer ", "shape ", "fill ", "stroke ",
+      "mask ",  "key ",  "ease ",  "path ",  "time ", "colour\n"};
+  std::mt19937 engine(seed);
+  Bytes text;
+  text.reserve(count + 8);
+  while (text.size() < count) {
+    const auto word = words[engine() % words.size()];
+    text.insert(text.end(), word.begin(), word.end());
+  }
+  text.resize(count);
+  return text;
 }
 
 std::string run(const std::string& command) {

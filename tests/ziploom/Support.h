@@ -20,6 +20,9 @@ namespace frameloom::testing {
 namespace fs = std::filesystem;
 
 platform::Bytes randomBytes(std::size_t count, unsigned seed = 42);
+// `count` bytes of words drawn at random from a small vocabulary: text on which deflate levels
+// make visibly different output.
+platform::Bytes wordText(std::size_t count, unsigned seed = 42);
 // The entries' paths in central-directory order.
 std::vector<std::string> paths(const ziploom::Archive& archive);
 

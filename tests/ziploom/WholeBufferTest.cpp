@@ -39,7 +39,7 @@ void fillFolder(const fs::path& root) {
 // Whole-buffer output is plain raw deflate, and the inflater stops at the stream's end, refuses
 // output beyond its capacity and incomplete streams, so the caller can fall back to streaming.
 TEST(WholeBuffer, DeflatesAndInflatesOneBufferWithinItsCapacity) {
-  whole::Deflater deflater;
+  whole::Deflater deflater(defaultCompressionLevel);
   for (const auto& source : {Bytes{}, randomBytes(70'000, 3), Bytes(200'000, 'z')}) {
     SCOPED_TRACE(source.size());
     Bytes packed;
@@ -66,7 +66,7 @@ TEST(WholeBuffer, PreparerHandsOverRegularFilesInOrderAndLeavesTheRest) {
   for (const auto& name : names) {
     urls.push_back(folder / name);
   }
-  preparation::Preparer preparer(urls);
+  preparation::Preparer preparer(urls, defaultCompressionLevel);
   for (std::size_t index = 0; index < names.size(); ++index) {
     SCOPED_TRACE(names[index]);
     const auto prepared = preparer.take(index);
@@ -81,7 +81,8 @@ TEST(WholeBuffer, PreparerHandsOverRegularFilesInOrderAndLeavesTheRest) {
     EXPECT_EQ(inflated(prepared->compressed), contents);
   }
   // Given up early, with items still unclaimed, it stops without waiting for them.
-  preparation::Preparer abandoned(std::vector<fs::path>(50, folder / "sub" / "text"));
+  preparation::Preparer abandoned(std::vector<fs::path>(50, folder / "sub" / "text"),
+                                  defaultCompressionLevel);
   EXPECT_TRUE(abandoned.take(0));
 }
 

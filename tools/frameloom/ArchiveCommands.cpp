@@ -121,8 +121,9 @@ void cat(const std::string& archivePath, const std::string& entryPath) {
   });
 }
 
-ziploom::CompressionMethod method(bool deflate) {
-  return deflate ? ziploom::CompressionMethod::deflate : ziploom::CompressionMethod::none;
+// Level 0 stores; 1 to 9 deflate at that level.
+ziploom::CompressionMethod method(int level) {
+  return level > 0 ? ziploom::CompressionMethod::deflate : ziploom::CompressionMethod::none;
 }
 
 bool isPresent(const fs::path& path) {
@@ -169,7 +170,7 @@ struct ScratchArchive {
 };
 
 void zip(Interruption& interruption, Console& console, const std::string& source,
-         const std::string& archivePath, bool deflate, bool keepParent) {
+         const std::string& archivePath, int level, bool keepParent) {
   if (isPresent(archivePath)) {
     throw ziploom::FileError(ziploom::FileError::Code::fileWriteFileExists, archivePath);
   }
@@ -182,10 +183,12 @@ void zip(Interruption& interruption, Console& console, const std::string& source
         ziploom::isContained(fs::absolute(archivePath), fs::absolute(source))) {
       ScratchArchive scratch;
       fs::remove(scratch.path);
-      ziploom::zipItem(source, scratch.path, keepParent, method(deflate), bar.progress());
+      ziploom::zipItem(source, scratch.path, keepParent, method(level), bar.progress(),
+                       std::max(level, 1));
       moveOnto(scratch.path, archivePath);
     } else {
-      ziploom::zipItem(source, archivePath, keepParent, method(deflate), bar.progress());
+      ziploom::zipItem(source, archivePath, keepParent, method(level), bar.progress(),
+                       std::max(level, 1));
     }
   });
 }
@@ -242,7 +245,7 @@ void unzip(Interruption& interruption, Console& console, const std::string& arch
 }
 
 void add(Interruption& interruption, Console& console, const std::string& archivePath,
-         const std::string& entryPath, const std::string& item, bool deflate) {
+         const std::string& entryPath, const std::string& item, int level) {
   makingArchive(archivePath, [&] {
     Archive archive(archivePath, isPresent(archivePath) ? Archive::AccessMode::update
                                                         : Archive::AccessMode::create);
@@ -254,7 +257,8 @@ void add(Interruption& interruption, Console& console, const std::string& archiv
     }
     ProgressBar bar(console, "add");
     const auto cancelling = interruption.cancelOnSignal(bar.progress());
-    archive.addEntry(entryPath, Archive::FileURL{item}, method(deflate),
+    archive.setCompressionLevel(std::max(level, 1));
+    archive.addEntry(entryPath, Archive::FileURL{item}, method(level),
                      ziploom::defaultWriteChunkSize, bar.progress());
     if (old) {
       archive.remove(*old);
@@ -273,16 +277,29 @@ void remove(Interruption& interruption, Console& console, const std::string& arc
   });
 }
 
-// --store, --deflate and -0 ... -9 as zip takes them: -0 stores, the others deflate (Ziploom
-// deflates at zlib's default level whichever digit is given).
-void addCompressionOptions(CLI::App& command, bool& deflate, bool deflateByDefault) {
-  deflate = deflateByDefault;
+// --store, --deflate and -0 ... -9 as zip takes them: -0 stores, -1 (fastest) to -9 (smallest)
+// deflate at that level, --deflate at the default level. Of several digits the last counts.
+void addCompressionOptions(CLI::App& command, int& level, bool deflateByDefault) {
+  level = deflateByDefault ? ziploom::defaultCompressionLevel : 0;
   auto* store = command.add_flag_callback(
-      "--store,-0", [&deflate] { deflate = false; }, "Store the files uncompressed");
-  auto* compress = command.add_flag_callback(
-      "--deflate,-1,-2,-3,-4,-5,-6,-7,-8,-9", [&deflate] { deflate = true; },
-      std::string("Deflate the files") + (deflateByDefault ? " (the default)" : ""));
-  store->excludes(compress);
+      "--store,-0", [&level] { level = 0; }, "Store the files uncompressed");
+  auto* deflate = command.add_flag_callback(
+      "--deflate", [&level] { level = ziploom::defaultCompressionLevel; },
+      std::string("Deflate the files at level 6") + (deflateByDefault ? " (the default)" : ""));
+  store->excludes(deflate);
+  for (int digit = ziploom::fastestCompressionLevel; digit <= ziploom::smallestCompressionLevel;
+       ++digit) {
+    command
+        .add_flag_callback(
+            "-" + std::to_string(digit), [&level, digit] { level = digit; },
+            digit == ziploom::fastestCompressionLevel    ? "Deflate the files, fastest"
+            : digit == ziploom::smallestCompressionLevel ? "Deflate the files, smallest"
+                                                         : "Deflate the files at this level")
+        ->group(digit == ziploom::fastestCompressionLevel ||
+                        digit == ziploom::smallestCompressionLevel
+                    ? "Options"
+                    : "");
+  }
 }
 
 } // namespace
@@ -310,8 +327,8 @@ void addArchiveCommands(CLI::App& app, Interruption& interruption, Console& cons
     std::string first;
     std::string second;
     std::string third;
-    bool zipDeflate = true;
-    bool addDeflate = false;
+    int zipLevel = 0;
+    int addLevel = 0;
     bool keepParent = false;
     bool skipCRC = false;
     bool allowUncontainedSymlinks = false;
@@ -324,11 +341,11 @@ void addArchiveCommands(CLI::App& app, Interruption& interruption, Console& cons
       "zip", "Zip a file or a folder tree into a new archive, deflated unless --store");
   zipCommand->add_option("SOURCE", options->first, "The file or folder to zip")->required();
   zipCommand->add_option("ARCHIVE", options->second, "The archive to make")->required();
-  addCompressionOptions(*zipCommand, options->zipDeflate, true);
+  addCompressionOptions(*zipCommand, options->zipLevel, true);
   zipCommand->add_flag("--keep-parent", options->keepParent,
                        "Put everything below an entry named for the folder");
   zipCommand->callback([options, &interruption, &console] {
-    zip(interruption, console, options->first, options->second, options->zipDeflate,
+    zip(interruption, console, options->first, options->second, options->zipLevel,
         options->keepParent);
   });
 
@@ -359,10 +376,9 @@ void addArchiveCommands(CLI::App& app, Interruption& interruption, Console& cons
   addCommand->add_option("ENTRYPATH", options->second, "The entry's path in the archive")
       ->required();
   addCommand->add_option("FILE", options->third, "The file, folder or link to add")->required();
-  addCompressionOptions(*addCommand, options->addDeflate, false);
+  addCompressionOptions(*addCommand, options->addLevel, false);
   addCommand->callback([options, &interruption, &console] {
-    add(interruption, console, options->first, options->second, options->third,
-        options->addDeflate);
+    add(interruption, console, options->first, options->second, options->third, options->addLevel);
   });
 
   auto* removeCommand = archive->add_subcommand("remove", "Remove one entry");

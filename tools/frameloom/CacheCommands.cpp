@@ -1,5 +1,6 @@
 #include "CacheCommands.h"
 
+#include "ProgressBar.h"
 #include "Usage.h"
 
 #include <frameloom/cache/LottieCache.h>
@@ -13,7 +14,7 @@
 namespace frameloom::tool {
 namespace {
 
-void fetch(const std::string& text) {
+void fetch(Console& console, const std::string& text) {
   const std::optional<platform::Url> url =
       platform::Url::isHttp(text) ? platform::Url::parse(text) : std::nullopt;
   if (!url) {
@@ -22,7 +23,8 @@ void fetch(const std::string& text) {
   LottieCache& cache = LottieCache::shared();
   LottieCache::Data data;
   try {
-    data = platform::MainLoop::shared().runUntilComplete(cache.loadLottie(*url));
+    const ProgressBar bar(console, "fetch", "", ProgressBar::Units::bytes);
+    data = platform::MainLoop::shared().runUntilComplete(cache.loadLottie(*url, bar.progress()));
   } catch (const CacheError& error) {
     throw std::runtime_error(text + ": " + error.what());
   }
@@ -42,12 +44,12 @@ void clear() {
 
 } // namespace
 
-void addCacheCommands(CLI::App& app) {
+void addCacheCommands(CLI::App& app, Console& console) {
   auto url = std::make_shared<std::string>();
   CLI::App* fetchCommand =
       app.add_subcommand("fetch", "Load a .lottie file by URL through the cache");
   fetchCommand->add_option("URL", *url, "http or https URL")->required();
-  fetchCommand->callback([url] { fetch(*url); });
+  fetchCommand->callback([url, &console] { fetch(console, *url); });
 
   CLI::App* cacheCommand = app.add_subcommand("cache", "Manage the download cache");
   cacheCommand->require_subcommand(1);

@@ -5,6 +5,7 @@
 #include "Usage.h"
 #include <frameloom/cache/LottieCache.h>
 #include <frameloom/platform/core/DecimalText.h>
+#include <frameloom/renderer/Refusal.h>
 
 #include <charconv>
 #include <cmath>
@@ -135,6 +136,10 @@ loadSource(const std::string& source, platform::Size size,
   }
   if (!animation) {
     throw std::runtime_error("cannot load " + source);
+  }
+  if (const auto refusal = animation->refusal()) {
+    co_await DotLottieActor::shared().destroy(animation);
+    throw std::runtime_error(source + ": " + renderer::refusalMessage(*refusal));
   }
   co_return animation;
 }

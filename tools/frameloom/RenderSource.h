@@ -35,7 +35,8 @@ std::optional<std::vector<platform::Color>> colorsOf(const std::string& list);
 
 // Loads SOURCE (a .lottie path or an http(s) URL) through the actor at `size`, recoloured when
 // `colors` are given. Runs on the main loop; throws UsageError for a URL of another scheme or
-// colours with a URL, and the library's errors with the source named once.
+// colours with a URL, and the library's errors with the source named once, among them the
+// renderer's refusal of a document beyond its budgets.
 asio::awaitable<DotLottieActor::Animation>
 loadSource(const std::string& source, platform::Size size,
            std::optional<std::vector<platform::Color>> colors);

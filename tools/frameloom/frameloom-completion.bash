@@ -21,7 +21,7 @@ _frameloom() {
         case ${COMP_WORDS[2]} in
           zip) words="--store --deflate --keep-parent -0 -1 -2 -3 -4 -5 -6 -7 -8 -9" ;;
           unzip) words="--skip-crc --allow-uncontained-symlinks --overwrite --skip-existing" ;;
-          add) words="--store --deflate" ;;
+          add) words="--store --deflate -0 -1 -2 -3 -4 -5 -6 -7 -8 -9" ;;
         esac
         ;;
     esac

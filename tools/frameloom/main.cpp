@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
                        "Print the versions of frameloom and its libraries");
   frameloom::tool::addAnimationCommands(app);
   frameloom::tool::addArchiveCommands(app, interruption, console);
-  frameloom::tool::addCacheCommands(app);
+  frameloom::tool::addCacheCommands(app, console);
   frameloom::tool::addRenderCommand(app, console);
   frameloom::tool::addCompareCommand(app, console);
   frameloom::tool::addPlayCommand(app, console);

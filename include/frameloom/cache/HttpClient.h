@@ -1,6 +1,7 @@
 #pragma once
 
 #include <frameloom/cache/HttpTransfer.h>
+#include <frameloom/platform/core/Progress.h>
 
 #include <asio/awaitable.hpp>
 
@@ -31,8 +32,11 @@ public:
 
   // The answer to a GET of `url`, resumed on the caller's executor. Any status is returned, not
   // judged. Throws TransferError when the transfer fails, breaks `limits`, or when the calling
-  // task is cancelled while it runs (the transfer then ends at once).
-  asio::awaitable<HttpResponse> get(std::string url, TransferLimits limits);
+  // task is cancelled while it runs (the transfer then ends at once). `progress`, when given,
+  // counts the body's bytes as they arrive (on the network thread), out of the announced length
+  // when the server gives one.
+  asio::awaitable<HttpResponse> get(std::string url, TransferLimits limits,
+                                    std::shared_ptr<platform::Progress> progress = nullptr);
 
 private:
   class Loop;

@@ -5,6 +5,7 @@
 #include <frameloom/cache/HttpTransfer.h>
 #include <frameloom/cache/LottieCacheError.h>
 #include <frameloom/cache/MemoryCache.h>
+#include <frameloom/platform/core/Progress.h>
 #include <frameloom/platform/system/LowMemorySignal.h>
 #include <frameloom/platform/system/Url.h>
 
@@ -56,8 +57,10 @@ public:
   // The bytes for `from`, from memory, else the folder, else the network. Throws
   // LottieCacheError: diskReadError(cause) when a cached file cannot be read, and for a download
   // networkError(cause) wrapping the transfer's TransferError, networkError(HttpStatusError),
-  // invalidData (empty body) or diskWriteError(cause).
-  virtual asio::awaitable<Data> loadLottie(platform::Url from);
+  // invalidData (empty body) or diskWriteError(cause). `progress`, an addition to the original
+  // API, counts the bytes: those of a download as they arrive, a hit's all at once.
+  virtual asio::awaitable<Data> loadLottie(platform::Url from,
+                                           std::shared_ptr<platform::Progress> progress = nullptr);
 
   // Empties the memory level at once and starts wiping the folder in the background.
   virtual void clearCache();
@@ -76,7 +79,8 @@ public:
   std::filesystem::path cacheFile(const platform::Url& url) const;
 
 private:
-  asio::awaitable<Data> download(const std::string& url);
+  asio::awaitable<Data> download(const std::string& url,
+                                 std::shared_ptr<platform::Progress> progress);
   void handleMemoryWarning();
 
   MemoryCache memoryCache_{maxMemoryCount, maxMemorySize};

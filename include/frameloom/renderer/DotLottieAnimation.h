@@ -2,6 +2,7 @@
 
 #include <frameloom/platform/graphics/Image.h>
 #include <frameloom/renderer/AnimationConfig.h>
+#include <frameloom/renderer/Refusal.h>
 
 #include <cstdint>
 #include <frameloom/platform/Export.h>
@@ -50,6 +51,9 @@ public:
   // totalFrames() divided by the frame rate, in seconds; 0 when nothing is loaded.
   float duration() const { return duration_; }
   bool isLoaded() const { return model_ != nullptr; }
+  // Why nothing is loaded, when the document passed one of the renderer's budgets. Set once by
+  // the constructor, so any thread that received the object from the one that made it may read it.
+  std::optional<Refusal> refusal() const { return refusal_; }
   const AnimationConfig& config() const { return config_; }
 
   // Releases the rlottie model now. Afterwards the object renders nothing and reports 0 frames.
@@ -65,6 +69,7 @@ private:
   AnimationConfig config_;
   std::unique_ptr<rlottie::Animation> model_;
   std::optional<PixelSize> size_;
+  std::optional<Refusal> refusal_;
   float totalFrames_ = 0;
   float duration_ = 0;
   float frame_ = 0;

@@ -191,6 +191,11 @@ public:
   void addEntries(const std::vector<FileItem>& items,
                   CompressionMethod compressionMethod = CompressionMethod::none,
                   std::int64_t bufferSize = defaultWriteChunkSize);
+  // The deflate level of the entries added from now on, from fastestCompressionLevel (1) to
+  // smallestCompressionLevel (9); defaultCompressionLevel (6) until set. An addition to what the
+  // original archive API offers. Throws ArchiveError::invalidCompressionMethod for another level.
+  void setCompressionLevel(int level);
+  int compressionLevel() const noexcept { return compressionLevel_; }
   // Units of progress for adding the item: 1 for a folder, else its size; -1 when unknown.
   static std::int64_t totalUnitCountForAddingItem(const std::filesystem::path& url);
 
@@ -235,6 +240,7 @@ private:
   std::optional<ZIP64EndOfCentralDirectory> zip64EndOfCentralDirectory_;
   std::optional<TextEncoding> pathEncoding_;
   std::shared_ptr<MemoryFile> memoryFile_;
+  int compressionLevel_ = defaultCompressionLevel;
   // Blocks lent to stream::ReadAhead and stream::WriteBehind while an entry's data is moved, kept
   // from one entry to the next.
   Bytes readBlock_;

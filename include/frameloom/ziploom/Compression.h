@@ -15,6 +15,12 @@ enum class CompressionMethod : std::uint16_t { none = 0, deflate = 8 };
 // The method for a raw ZIP method number, or nothing for a method this library does not handle.
 FRAMELOOM_ZIPLOOM_EXPORT std::optional<CompressionMethod> makeCompressionMethod(std::uint16_t raw);
 
+// Deflate levels: 1 is the fastest, 9 makes the smallest output, and 6, the default, weighs them as
+// zlib's default does. Both the streaming and the whole-buffer compressor take the same levels.
+inline constexpr int fastestCompressionLevel = 1;
+inline constexpr int smallestCompressionLevel = 9;
+inline constexpr int defaultCompressionLevel = 6;
+
 // The ZIP CRC-32 of `bytes`, continued from `checksum` (0 starts a new checksum). Any length.
 FRAMELOOM_ZIPLOOM_EXPORT std::uint32_t crc32(ByteView bytes, std::uint32_t checksum = 0);
 
@@ -23,9 +29,11 @@ FRAMELOOM_ZIPLOOM_EXPORT std::uint32_t crc32(ByteView bytes, std::uint32_t check
 // `bufferSize` bytes (valid only during the call). A chunk shorter than `bufferSize` is the last
 // one, so a source that is an exact multiple of `bufferSize` ends with an extra empty chunk.
 // Returns the CRC-32 of the source bytes. Memory stays bounded by one chunk and one output buffer.
-// Runs on the caller's thread; throws CompressionError, or whatever provider and consumer throw.
+// Runs on the caller's thread; throws CompressionError (invalidStream for a level outside 1...9
+// too), or whatever provider and consumer throw.
 FRAMELOOM_ZIPLOOM_EXPORT std::uint32_t compress(std::int64_t size, std::int64_t bufferSize,
-                                                const Provider& provider, const Consumer& consumer);
+                                                const Provider& provider, const Consumer& consumer,
+                                                int level = defaultCompressionLevel);
 
 // Inflates a raw deflate stream of at most `size` compressed bytes pulled through `provider`,
 // handing the output to `consumer` in views of at most `bufferSize` bytes, cut from an internal

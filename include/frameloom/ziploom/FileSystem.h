@@ -38,12 +38,13 @@ appendingPathComponent(const std::filesystem::path& folder, std::string_view ent
 // Zips `source` into a new archive at `destination`, which must not exist. A file becomes one
 // entry under its own name; a folder's contents are added depth first in name order, below a
 // top-level entry named for the folder when `shouldKeepParent`. On failure the archive keeps
-// the entries added before it.
+// the entries added before it. Files are deflated at `compressionLevel` (Compression.h).
 FRAMELOOM_ZIPLOOM_EXPORT void zipItem(const std::filesystem::path& source,
                                       const std::filesystem::path& destination,
                                       bool shouldKeepParent = false,
                                       CompressionMethod compressionMethod = CompressionMethod::none,
-                                      const ProgressPointer& progress = nullptr);
+                                      const ProgressPointer& progress = nullptr,
+                                      int compressionLevel = defaultCompressionLevel);
 
 // Unzips every entry of the archive at `source` below `destination` (created with the first
 // item, so an empty archive creates nothing). An entry path is appended as a path component: an

@@ -35,9 +35,10 @@ TransferError timedOut(const std::string& detail) {
 
 } // namespace
 
-EasyTransfer::EasyTransfer(const std::string& url, const TransferLimits& limits)
-    : limits_(limits), handle_(curl_easy_init()), lastProgress_(Clock::now()),
-      windowStart_(lastProgress_) {
+EasyTransfer::EasyTransfer(const std::string& url, const TransferLimits& limits,
+                           std::shared_ptr<platform::Progress> progress)
+    : limits_(limits), progress_(std::move(progress)), handle_(curl_easy_init()),
+      lastProgress_(Clock::now()), windowStart_(lastProgress_) {
   CURL* handle = handle_.get();
   if (!handle) {
     throw TransferError(CURLE_FAILED_INIT, curl_easy_strerror(CURLE_FAILED_INIT));
@@ -119,10 +120,16 @@ std::size_t EasyTransfer::receive(char* data, std::size_t size, std::size_t coun
     if (announced > 0) {
       body.reserve(std::min(static_cast<std::size_t>(announced), limit));
       adviseHugePages(body.data(), body.capacity());
+      if (transfer.progress_) {
+        transfer.progress_->setTotalUnitCount(announced);
+      }
     }
   }
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(data);
   body.insert(body.end(), bytes, bytes + length);
+  if (transfer.progress_) {
+    transfer.progress_->addCompletedUnitCount(static_cast<std::int64_t>(length));
+  }
   transfer.count(length);
   return length;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <frameloom/cache/HttpTransfer.h>
+#include <frameloom/platform/core/Progress.h>
 
 #include <curl/curl.h>
 
@@ -22,7 +23,9 @@ class EasyTransfer {
 public:
   using Clock = std::chrono::steady_clock;
 
-  EasyTransfer(const std::string& url, const TransferLimits& limits);
+  // `progress`, when given, counts the body's bytes.
+  EasyTransfer(const std::string& url, const TransferLimits& limits,
+               std::shared_ptr<platform::Progress> progress = nullptr);
   EasyTransfer(const EasyTransfer&) = delete;
   EasyTransfer& operator=(const EasyTransfer&) = delete;
 
@@ -45,6 +48,7 @@ private:
   void count(std::size_t length);
 
   TransferLimits limits_;
+  std::shared_ptr<platform::Progress> progress_;
   std::unique_ptr<CURL, HandleCleanup> handle_;
   char detail_[CURL_ERROR_SIZE] = {};
   HttpResponse response_;

@@ -54,11 +54,12 @@ public:
   Loop& operator=(const Loop&) = delete;
 
   // Callable from any thread while the loop lives.
-  void start(std::string url, TransferLimits limits, std::shared_ptr<Completion> completion,
+  void start(std::string url, TransferLimits limits, std::shared_ptr<platform::Progress> progress,
+             std::shared_ptr<Completion> completion,
              std::shared_ptr<platform::CancellationFlag> flag) {
-    asio::post(context_, [this, url = std::move(url), limits, completion = std::move(completion),
-                          flag = std::move(flag)]() mutable {
-      begin(url, limits, std::move(completion), std::move(flag));
+    asio::post(context_, [this, url = std::move(url), limits, progress = std::move(progress),
+                          completion = std::move(completion), flag = std::move(flag)]() mutable {
+      begin(url, limits, std::move(progress), std::move(completion), std::move(flag));
     });
   }
 
@@ -80,7 +81,7 @@ private:
   };
 
   void begin(const std::string& url, const TransferLimits& limits,
-             std::shared_ptr<Completion> completion,
+             std::shared_ptr<platform::Progress> progress, std::shared_ptr<Completion> completion,
              std::shared_ptr<platform::CancellationFlag> flag) {
     if (closing_) {
       completion->finish(TransferOutcome(aborted("the client was closed")), nullptr);
@@ -88,7 +89,7 @@ private:
     }
     std::unique_ptr<EasyTransfer> easy;
     try {
-      easy = std::make_unique<EasyTransfer>(url, limits);
+      easy = std::make_unique<EasyTransfer>(url, limits, std::move(progress));
     } catch (const TransferError& error) {
       completion->finish(TransferOutcome(error), nullptr);
       return;
@@ -276,9 +277,11 @@ HttpClient::HttpClient() {
 
 HttpClient::~HttpClient() = default;
 
-asio::awaitable<HttpResponse> HttpClient::get(std::string url, TransferLimits limits) {
+asio::awaitable<HttpResponse> HttpClient::get(std::string url, TransferLimits limits,
+                                              std::shared_ptr<platform::Progress> progress) {
   auto completion = std::make_shared<Completion>();
-  loop_->start(std::move(url), limits, completion, platform::detail::currentCancellationFlag());
+  loop_->start(std::move(url), limits, std::move(progress), completion,
+               platform::detail::currentCancellationFlag());
   co_await completion->finished();
   TransferOutcome outcome = completion->result();
   if (auto* error = std::get_if<TransferError>(&outcome)) {

@@ -78,6 +78,14 @@ LottieCache::Data valueOf(Outcome outcome) {
   return std::get<LottieCache::Data>(std::move(outcome));
 }
 
+// Counts a hit's bytes all at once.
+void countAll(const std::shared_ptr<platform::Progress>& progress, const LottieCache::Data& data) {
+  if (progress) {
+    progress->setTotalUnitCount(static_cast<std::int64_t>(data->size()));
+    progress->setCompletedUnitCount(static_cast<std::int64_t>(data->size()));
+  }
+}
+
 } // namespace
 
 LottieCache& LottieCache::shared() {
@@ -97,17 +105,21 @@ LottieCache::LottieCache(std::filesystem::path cacheFolder, TransferLimits limit
 
 LottieCache::~LottieCache() = default;
 
-asio::awaitable<LottieCache::Data> LottieCache::loadLottie(platform::Url from) {
+asio::awaitable<LottieCache::Data>
+LottieCache::loadLottie(platform::Url from, std::shared_ptr<platform::Progress> progress) {
   std::string url = from.absoluteString();
   if (Data cached = memoryCache_.object(url)) {
+    countAll(progress, cached);
     co_return cached;
   }
   std::string key = cacheKey(url);
   Outcome read =
       co_await platform::runOn(platform::sharedExecutor(), readFromDisk(folder_, key, url));
   Data data = valueOf(std::move(read));
-  if (!data) {
-    data = co_await download(url);
+  if (data) {
+    countAll(progress, data);
+  } else {
+    data = co_await download(url, progress);
     Outcome written =
         co_await platform::runOn(platform::sharedExecutor(), writeToDisk(folder_, key, url, data));
     data = valueOf(std::move(written));
@@ -117,14 +129,15 @@ asio::awaitable<LottieCache::Data> LottieCache::loadLottie(platform::Url from) {
 }
 
 // Waits for the transfer on the network thread without holding any executor's thread.
-asio::awaitable<LottieCache::Data> LottieCache::download(const std::string& url) {
+asio::awaitable<LottieCache::Data>
+LottieCache::download(const std::string& url, std::shared_ptr<platform::Progress> progress) {
   // Only http and https give HTTP responses; any other answer counts as one without a status.
   if (!isHttpScheme(std::string_view(url).substr(0, url.find(':')))) {
     throw wrapped(LottieCacheError::networkError(std::make_shared<HttpStatusError>(0)));
   }
   HttpResponse response;
   try {
-    response = co_await client_.get(url, limits_);
+    response = co_await client_.get(url, limits_, std::move(progress));
   } catch (const TransferError& error) {
     throw LottieCacheError::networkError(std::make_shared<TransferError>(error));
   }
