@@ -14,6 +14,7 @@ packages=(
   libdeflate-dev
   libgif-dev help2man
   dpkg-dev
+  fonts-liberation
 )
 
 missing=()

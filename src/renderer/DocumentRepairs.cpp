@@ -1,5 +1,7 @@
 #include "renderer/DocumentRepairs.h"
 
+#include "renderer/PolystarRepairs.h"
+#include "renderer/SkewRepairs.h"
 #include "renderer/TextLayers.h"
 
 #include <algorithm>
@@ -20,6 +22,12 @@ using Json = nlohmann::ordered_json;
 // Whole numbers beyond 2^53 are not all representable as doubles, so none beyond is turned into
 // an integer.
 constexpr double largestExactWhole = 9007199254740992.0;
+
+// Exporters give a precomposition layer a size of 99999 to mean "not clipped". rlottie's clip
+// rectangle of such a layer lands tens of thousands of pixels away, beyond the coordinates its
+// rasterizer holds, and clips everything away. No composition of this size is drawn whole, so
+// beyond this side the layer's size is dropped and rlottie clips nothing.
+constexpr double largestClippedPrecompositionSide = 16384;
 
 // Calls `visit` on every value of the tree, parents before children.
 void forEachValue(Json& root, const std::function<void(Json&)>& visit) {
@@ -130,6 +138,69 @@ bool wholeFrameLayerTimes(Json& document) {
         *time = static_cast<std::int64_t>(std::ceil(time->get<double>()));
         changed = true;
       }
+    }
+  });
+  return changed;
+}
+
+bool maskOpacityAsLayerOpacity(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto masks = layer.find("masksProperties");
+    const auto transform = layer.find("ks");
+    if (masks == layer.end() || !masks->is_array() || masks->size() != 1 ||
+        !masks->front().is_object() || transform == layer.end() || !transform->is_object()) {
+      return;
+    }
+    Json& mask = masks->front();
+    const auto inverted = mask.find("inv");
+    const auto maskOpacity = mask.find("o");
+    if (stringMember(mask, "mode") != "a" ||
+        (inverted != mask.end() && (!inverted->is_boolean() || inverted->get<bool>())) ||
+        maskOpacity == mask.end() || !maskOpacity->is_object() || !maskOpacity->contains("k")) {
+      return;
+    }
+    const Json& maskValue = (*maskOpacity)["k"];
+    if (maskValue.is_number() && maskValue.get<double>() == 100) {
+      return;
+    }
+    // The layer's own opacity must be fixed to fold the mask's into it.
+    double layerOpacity = 100;
+    const auto opacity = transform->find("o");
+    if (opacity != transform->end()) {
+      const auto value = opacity->is_object() ? opacity->find("k") : opacity->end();
+      if (!opacity->is_object() || value == opacity->end() || !value->is_number()) {
+        return;
+      }
+      layerOpacity = value->get<double>();
+    }
+    Json folded = *maskOpacity;
+    forEachValue(folded["k"], [&](Json& value) {
+      if (value.is_number()) {
+        value = value.get<double>() * layerOpacity / 100;
+      }
+    });
+    (*transform)["o"] = std::move(folded);
+    *maskOpacity = Json{{"a", 0}, {"k", 100}};
+    changed = true;
+  });
+  return changed;
+}
+
+bool unclipHugePrecompositions(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto type = layer.find("ty");
+    if (type == layer.end() || !type->is_number() || type->get<double>() != 0) {
+      return;
+    }
+    const auto isHuge = [&](const char* key) {
+      const auto side = layer.find(key);
+      return side != layer.end() && side->is_number() &&
+             side->get<double>() > largestClippedPrecompositionSide;
+    };
+    if (isHuge("w") || isHuge("h")) {
+      changed |= layer.erase("w") + layer.erase("h") > 0;
     }
   });
   return changed;
@@ -337,7 +408,12 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= stretchIntoKeyframes(document);
   changed |= dropLastKeyframeEasing(document);
   changed |= dropInertMasks(document);
+  changed |= maskOpacityAsLayerOpacity(document);
   changed |= wholeFrameLayerTimes(document);
+  changed |= polystarRotationOnce(document);
+  changed |= wholePolystarPoints(document);
+  changed |= skewAsNestedGroups(document);
+  changed |= unclipHugePrecompositions(document);
   changed |= typeFirst(document);
   if (forRefusal) {
     changed |= wholeFloatsAsIntegers(document);

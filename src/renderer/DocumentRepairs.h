@@ -16,6 +16,9 @@ namespace frameloom::renderer {
 // - rlottie keeps a multi-dimensional property at its first value when the last keyframe, which
 //   leads nowhere, carries an easing: dropLastKeyframeEasing() removes it;
 // - a mask in mode "n" does nothing, where rlottie hides the layer: dropInertMasks();
+// - rlottie draws a layer's only mask (adding, not inverted) at full opacity whatever its own;
+//   inside that mask the mask's opacity is the layer's: maskOpacityAsLayerOpacity() moves it
+//   there when the layer's opacity is fixed;
 // - a layer whose in or out point falls between frames shows from the next whole frame on, where
 //   rlottie shows it one frame early: wholeFrameLayerTimes();
 // - rlottie reads an object's members knowing its "ty", and misreads or drops objects whose "ty"
@@ -26,6 +29,11 @@ namespace frameloom::renderer {
 //   so it jumps where it should move smoothly: stretchIntoKeyframes() scales the times inside a
 //   precomposition used once (keyframes, in and out points, starts of inner layers) by the
 //   stretch and sets the stretch to 1. Precompositions with a time remap are left alone.
+// - rlottie turns stars and polygons by twice their rotation and draws fractions of their point
+//   count: polystarRotationOnce() and wholePolystarPoints() (PolystarRepairs.h).
+// - rlottie ignores the skew of a group's transform: skewAsNestedGroups() (SkewRepairs.h).
+// - rlottie clips a precomposition layer of an unbounded size (99999, written by exporters) to
+//   nothing, where it means no clip: unclipHugePrecompositions() drops sizes beyond 16384.
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
@@ -36,10 +44,12 @@ namespace frameloom::renderer {
 // - members whose value is null: dropNullMembers().
 bool dropLastKeyframeEasing(nlohmann::ordered_json& document);
 bool dropInertMasks(nlohmann::ordered_json& document);
+bool maskOpacityAsLayerOpacity(nlohmann::ordered_json& document);
 bool wholeFrameLayerTimes(nlohmann::ordered_json& document);
 bool typeFirst(nlohmann::ordered_json& document);
 bool keyframedStaticTimeRemap(nlohmann::ordered_json& document);
 bool stretchIntoKeyframes(nlohmann::ordered_json& document);
+bool unclipHugePrecompositions(nlohmann::ordered_json& document);
 
 bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
 bool wholeCompositionSize(nlohmann::ordered_json& document);

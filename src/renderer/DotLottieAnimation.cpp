@@ -38,6 +38,28 @@ void putOver(std::vector<std::uint8_t>& pixels, platform::Rgba8 background) {
   }
 }
 
+// Keeps of premultiplied pixels only the share each covers of the band from `start` to `end`
+// (fractional pixel positions) along one axis: whole pixels inside, nothing outside, the part
+// covered at the edges. `step` is the distance in bytes between neighbours along the axis and
+// `lines` how many lines cross it, `lineStep` the distance between lines.
+void keepBand(std::vector<std::uint8_t>& pixels, double start, double end, std::size_t count,
+              std::size_t step, std::size_t lines, std::size_t lineStep) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const double position = static_cast<double>(i);
+    const double covered =
+        std::clamp(std::min(position + 1, end) - std::max(position, start), 0.0, 1.0);
+    if (covered == 1) {
+      continue;
+    }
+    for (std::size_t line = 0; line < lines; ++line) {
+      std::uint8_t* pixel = pixels.data() + i * step + line * lineStep;
+      for (std::size_t channel = 0; channel < 4; ++channel) {
+        pixel[channel] = static_cast<std::uint8_t>(std::lround(pixel[channel] * covered));
+      }
+    }
+  }
+}
+
 } // namespace
 
 DotLottieAnimation::DotLottieAnimation(std::span<const std::uint8_t> dotLottieData,
@@ -111,11 +133,22 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
   const std::size_t lastFrame = model_->totalFrame();
   const auto frame =
       std::min(static_cast<std::size_t>(std::lround(frame_)), lastFrame > 0 ? lastFrame - 1 : 0);
-  if (rect == PixelRect{0, 0, target.width, target.height}) {
-    rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()),
-                             static_cast<std::size_t>(target.width),
-                             static_cast<std::size_t>(target.height), stride);
+  const auto width = static_cast<std::size_t>(target.width);
+  const auto height = static_cast<std::size_t>(target.height);
+  const bool centred = config_.layout.alignX == 0.5 && config_.layout.alignY == 0.5;
+  if (rect == PixelRect{0, 0, target.width, target.height} || centred) {
+    // rlottie fits the animation into its surface and centres it itself, on fractional pixels
+    // where the margins are odd: a letterboxed animation keeps its place to the sub-pixel and its
+    // edges blend as drawn. What it draws beyond the animation's rectangle is clipped off.
+    rlottie::Surface surface(reinterpret_cast<std::uint32_t*>(pixels.data()), width, height,
+                             stride);
     model_->renderSync(frame, surface);
+    const double scale = std::min(static_cast<double>(width) / static_cast<double>(contentWidth),
+                                  static_cast<double>(height) / static_cast<double>(contentHeight));
+    const double marginX = (static_cast<double>(width) - contentWidth * scale) / 2;
+    const double marginY = (static_cast<double>(height) - contentHeight * scale) / 2;
+    keepBand(pixels, marginX, static_cast<double>(width) - marginX, width, 4, height, stride);
+    keepBand(pixels, marginY, static_cast<double>(height) - marginY, height, stride, width, 4);
   } else {
     // rlottie clears bytesPerLine x height bytes from the start of its buffer, so a surface inside
     // the image would overrun it: render the rectangle on its own and copy it into place.
@@ -131,8 +164,6 @@ std::shared_ptr<const platform::Image> DotLottieAnimation::tick() {
                       static_cast<std::size_t>(rect.x) * 4);
     }
   }
-  const auto width = static_cast<std::size_t>(target.width);
-  const auto height = static_cast<std::size_t>(target.height);
   if (config_.backgroundColor.a == 0) {
     return platform::Image::make(width, height, stride, std::move(pixels),
                                  platform::PixelOrder::bgra);

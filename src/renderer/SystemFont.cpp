@@ -7,8 +7,11 @@
 #include <hb-ft.h>
 #include <hb.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
+#include <memory>
+#include <string>
 
 namespace frameloom::renderer {
 
@@ -113,6 +116,71 @@ private:
   Json paths_ = Json::array();
 };
 
+using PatternPointer = std::unique_ptr<FcPattern, decltype(&FcPatternDestroy)>;
+
+// The family drawn when a document's family is not on the system: the serif that web pages
+// fall back to, so that such text looks as it does in a browser.
+constexpr const char* missingFamilyFallback = "Times New Roman";
+
+// The font fontconfig finds closest to the family (none: its default) and style.
+PatternPointer bestMatch(FcConfig* config, const char* family, const std::string& style) {
+  PatternPointer pattern(FcPatternCreate(), FcPatternDestroy);
+  if (!pattern) {
+    return pattern;
+  }
+  if (family) {
+    FcPatternAddString(pattern.get(), FC_FAMILY, reinterpret_cast<const FcChar8*>(family));
+  }
+  if (!style.empty()) {
+    FcPatternAddString(pattern.get(), FC_STYLE, reinterpret_cast<const FcChar8*>(style.c_str()));
+  }
+  FcPatternAddBool(pattern.get(), FC_OUTLINE, FcTrue);
+  FcConfigSubstitute(config, pattern.get(), FcMatchPattern);
+  FcDefaultSubstitute(pattern.get());
+  FcResult result = FcResultNoMatch;
+  return PatternPointer(FcFontMatch(config, pattern.get(), &result), FcPatternDestroy);
+}
+
+std::string fileOf(const PatternPointer& match) {
+  FcChar8* file = nullptr;
+  return match && FcPatternGetString(match.get(), FC_FILE, 0, &file) == FcResultMatch
+             ? reinterpret_cast<const char*>(file)
+             : std::string();
+}
+
+bool hasFamily(const PatternPointer& match, const std::string& family) {
+  FcChar8* name = nullptr;
+  for (int i = 0; FcPatternGetString(match.get(), FC_FAMILY, i, &name) == FcResultMatch; ++i) {
+    if (FcStrCmpIgnoreCase(name, reinterpret_cast<const FcChar8*>(family.c_str())) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Names that stand for a kind of font rather than a family, which fontconfig resolves itself.
+bool isGenericFamily(const std::string& family) {
+  constexpr std::array<const char*, 6> generic{"serif",     "sans-serif", "sans",
+                                               "monospace", "mono",       "system-ui"};
+  return std::any_of(generic.begin(), generic.end(), [&](const char* name) {
+    return FcStrCmpIgnoreCase(reinterpret_cast<const FcChar8*>(name),
+                              reinterpret_cast<const FcChar8*>(family.c_str())) == 0;
+  });
+}
+
+// The font for the family and style. fontconfig always finds one; when the family is missing it
+// is the default font, which is then swapped for the fallback family. A family fontconfig knows
+// under another name (a metric-compatible substitute) finds another font than the default.
+PatternPointer fontFor(FcConfig* config, const std::string& family, const std::string& style) {
+  PatternPointer match = bestMatch(config, family.c_str(), style);
+  if (!match || hasFamily(match, family) || isGenericFamily(family) ||
+      fileOf(match) != fileOf(bestMatch(config, nullptr, style))) {
+    return match;
+  }
+  PatternPointer fallback = bestMatch(config, missingFamilyFallback, style);
+  return fileOf(fallback).empty() ? std::move(match) : std::move(fallback);
+}
+
 } // namespace
 
 struct SystemFont::Handles {
@@ -138,30 +206,18 @@ SystemFont::SystemFont(const std::string& family, const std::string& style)
   // A configuration of its own, released here: fontconfig's default one is process-wide state.
   std::unique_ptr<FcConfig, decltype(&FcConfigDestroy)> config(FcInitLoadConfigAndFonts(),
                                                                FcConfigDestroy);
-  std::unique_ptr<FcPattern, decltype(&FcPatternDestroy)> pattern(FcPatternCreate(),
-                                                                  FcPatternDestroy);
-  if (!config || !pattern) {
+  if (!config) {
     return;
   }
-  FcPatternAddString(pattern.get(), FC_FAMILY, reinterpret_cast<const FcChar8*>(family.c_str()));
-  if (!style.empty()) {
-    FcPatternAddString(pattern.get(), FC_STYLE, reinterpret_cast<const FcChar8*>(style.c_str()));
-  }
-  FcPatternAddBool(pattern.get(), FC_OUTLINE, FcTrue);
-  FcConfigSubstitute(config.get(), pattern.get(), FcMatchPattern);
-  FcDefaultSubstitute(pattern.get());
-  FcResult result = FcResultNoMatch;
-  std::unique_ptr<FcPattern, decltype(&FcPatternDestroy)> match(
-      FcFontMatch(config.get(), pattern.get(), &result), FcPatternDestroy);
-  FcChar8* file = nullptr;
+  const PatternPointer match = fontFor(config.get(), family, style);
+  const std::string file = fileOf(match);
   int index = 0;
-  if (!match || FcPatternGetString(match.get(), FC_FILE, 0, &file) != FcResultMatch) {
+  if (file.empty()) {
     return;
   }
   FcPatternGetInteger(match.get(), FC_INDEX, 0, &index);
   if (FT_Init_FreeType(&handles_->library) != 0 ||
-      FT_New_Face(handles_->library, reinterpret_cast<const char*>(file), index, &handles_->face) !=
-          0 ||
+      FT_New_Face(handles_->library, file.c_str(), index, &handles_->face) != 0 ||
       !FT_IS_SCALABLE(handles_->face) || handles_->face->units_per_EM == 0) {
     return;
   }
@@ -189,7 +245,12 @@ std::vector<ShapedGlyph> SystemFont::shape(std::string_view line, double size) c
   hb_buffer_add_utf8(buffer.get(), line.data(), static_cast<int>(line.size()), 0,
                      static_cast<int>(line.size()));
   hb_buffer_guess_segment_properties(buffer.get());
-  hb_shape(handles_->font, buffer.get(), nullptr, 0);
+  // Letters are set one by one at their own advances, as other players place them: no kerning
+  // pairs and no ligatures.
+  const std::array<hb_feature_t, 2> features{
+      {{HB_TAG('k', 'e', 'r', 'n'), 0, HB_FEATURE_GLOBAL_START, HB_FEATURE_GLOBAL_END},
+       {HB_TAG('l', 'i', 'g', 'a'), 0, HB_FEATURE_GLOBAL_START, HB_FEATURE_GLOBAL_END}}};
+  hb_shape(handles_->font, buffer.get(), features.data(), static_cast<unsigned>(features.size()));
   unsigned count = 0;
   const hb_glyph_info_t* infos = hb_buffer_get_glyph_infos(buffer.get(), &count);
   const hb_glyph_position_t* positions = hb_buffer_get_glyph_positions(buffer.get(), &count);

@@ -65,6 +65,22 @@ TEST(DotLottieAnimationTest, RendersAtOwnConfiguredAndResizedSizesWithLayoutAndB
             Look(50, 100, {{0, 128, 0, 128}, r}));
 }
 
+// 16 x 8 drawn at 10 x 10 is 5 rows high with margins of 2.5 rows: the edge rows are half
+// covered, and the red rectangle reaching far above and below the composition is cut at its
+// edges.
+TEST(DotLottieAnimationTest, CentredLetterboxKeepsItsHalfPixelMargins) {
+  const auto tall = bytesOf(sampleLottie(16, 8, {{0, -8, 16, 24, {{0, {1, 0, 0}}}}}));
+  const auto image = make(tall, 10, 10).tick();
+  ASSERT_TRUE(image);
+  EXPECT_EQ(image->pixel(5, 1), Rgba8{});
+  EXPECT_EQ(image->pixel(5, 5), r);
+  EXPECT_EQ(image->pixel(5, 8), Rgba8{});
+  for (const std::size_t edge : {2, 7}) {
+    EXPECT_NEAR(image->pixel(5, edge).a, 128, 2) << edge;
+    EXPECT_EQ(image->pixel(5, edge).g + image->pixel(5, edge).b, 0) << edge;
+  }
+}
+
 TEST(DotLottieAnimationTest, FramesCountFromTheInPointAndRoundToNearest) {
   // Red until frame 40, blue until 50, then green; the timeline runs from 30 to 92.5 at 25 fps.
   auto animation = make(

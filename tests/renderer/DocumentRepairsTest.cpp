@@ -8,6 +8,8 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 namespace frameloom::renderer {
 using namespace frameloom::platform;
@@ -127,6 +129,27 @@ Json movingSquareInPrecomposition(double speed) {
   return document;
 }
 
+// A mask over the whole square at half opacity, fixed or on its way from 100 to 0, halves the
+// square's alpha, the layer's own opacity of 50 halves it again.
+TEST(DocumentRepairsTest, TheOpacityOfALayersOnlyMaskApplies) {
+  const Json linear = Json::parse(R"({"x":[0.5],"y":[0.5]})");
+  const Json fading = {{"a", 1},
+                       {"k", Json::array({{{"t", 0}, {"s", {100}}, {"i", linear}, {"o", linear}},
+                                          {{"t", 10}, {"s", {0}}}})}};
+  const std::vector<std::tuple<Json, double, int>> cases{
+      {{{"a", 0}, {"k", 50}}, 100, 128}, {fading, 100, 128}, {{{"a", 0}, {"k", 50}}, 50, 64}};
+  for (const auto& [maskOpacity, layerOpacity, alpha] : cases) {
+    Json document = redSquare();
+    squareLayer(document)["hasMask"] = true;
+    squareLayer(document)["ks"]["o"]["k"] = layerOpacity;
+    squareLayer(document)["masksProperties"] = Json::parse(
+        R"([{"inv":false,"mode":"a","pt":{"a":0,"k":{"c":true,"i":[[0,0],[0,0],[0,0],[0,0]],)"
+        R"("o":[[0,0],[0,0],[0,0],[0,0]],"v":[[0,0],[16,0],[16,8],[0,8]]}}}])");
+    squareLayer(document)["masksProperties"][0]["o"] = maskOpacity;
+    EXPECT_NEAR(pixelAt(document, 5, 4, 4).a, alpha, 2) << maskOpacity.dump() << layerOpacity;
+  }
+}
+
 // Times rlottie reads differently: a precomposition stretched in time lands between its own
 // frames, and a time remap that never changes pins the precomposition to one time.
 TEST(DocumentRepairsTest, PrecompositionTimesAreDrawnAsMeant) {
@@ -143,6 +166,22 @@ TEST(DocumentRepairsTest, PrecompositionTimesAreDrawnAsMeant) {
   EXPECT_EQ(pixelAt(remapped, 0, 10, 4), none);
   EXPECT_EQ(pixelAt(remapped, 0, 16, 4), red);
   EXPECT_EQ(pixelAt(remapped, 20, 16, 4), red);
+}
+
+// Sized 99999 by its exporter, a precomposition layer means no clip; a large but real size
+// still clips.
+TEST(DocumentRepairsTest, UnboundedPrecompositionsAreNotClippedAway) {
+  Json unbounded = movingSquareInPrecomposition(1);
+  unbounded["layers"][0]["w"] = 99999;
+  unbounded["layers"][0]["h"] = 99999;
+  EXPECT_EQ(pixelAt(unbounded, 0, 4, 4), red);
+
+  Json bounded = movingSquareInPrecomposition(1);
+  bounded["layers"][0]["w"] = 4;
+  bounded["layers"][0]["h"] = 16000;
+  EXPECT_FALSE(unclipHugePrecompositions(bounded));
+  EXPECT_EQ(pixelAt(bounded, 0, 2, 4), red);
+  EXPECT_EQ(pixelAt(bounded, 0, 6, 4), none);
 }
 
 // A stretch is baked into a precomposition only when nothing else shares it, and a

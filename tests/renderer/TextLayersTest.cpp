@@ -1,4 +1,5 @@
 #include "renderer/TextLayers.h"
+#include "renderer/SystemFont.h"
 #include <frameloom/renderer/DotLottieAnimation.h>
 
 #include "LottieSamples.h"
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace frameloom::renderer {
@@ -173,6 +175,36 @@ TEST(TextLayersTest, SystemFontsDrawTextWithoutDocumentGlyphs) {
   }
   EXPECT_GT(filledLeft, 500u);
   EXPECT_GT(filledRight, 500u);
+}
+
+std::vector<double> advances(const SystemFont& font, std::string_view line) {
+  std::vector<double> result;
+  for (const ShapedGlyph& glyph : font.shape(line, 100)) {
+    result.push_back(glyph.advance);
+  }
+  return result;
+}
+
+// A family the system lacks is set in the serif browsers fall back to; a family the system knows
+// under another name keeps that font.
+TEST(TextLayersTest, MissingFamiliesFallBackToASerif) {
+  const SystemFont missing("Family Nobody Has", "Regular");
+  ASSERT_TRUE(missing.usable());
+  EXPECT_EQ(advances(missing, "Hamburg"),
+            advances(SystemFont("Times New Roman", "Regular"), "Hamburg"));
+  EXPECT_NE(advances(missing, "Hamburg"), advances(SystemFont("sans-serif", "Regular"), "Hamburg"));
+  EXPECT_EQ(advances(SystemFont("Arial", "Regular"), "Hamburg"),
+            advances(SystemFont("Liberation Sans", "Regular"), "Hamburg"));
+}
+
+// Letters stand at their own advances: a kerning pair is as wide as its letters apart.
+TEST(TextLayersTest, SystemFontsSetLettersWithoutKerning) {
+  for (const char* family : {"DejaVu Sans", "Times New Roman"}) {
+    const SystemFont font(family, "Regular");
+    const auto pair = advances(font, "AV");
+    ASSERT_EQ(pair.size(), 2u) << family;
+    EXPECT_DOUBLE_EQ(pair[0], advances(font, "A").at(0)) << family;
+  }
 }
 
 TEST(TextLayersTest, MalformedTextLayersAreSkipped) {
