@@ -19,30 +19,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Whole numbers beyond 2^53 are not all representable as doubles, so none beyond is turned into
-// an integer.
-constexpr double largestExactWhole = 9007199254740992.0;
-
 // Exporters give a precomposition layer a size of 99999 to mean "not clipped". rlottie's clip
 // rectangle of such a layer lands tens of thousands of pixels away, beyond the coordinates its
 // rasterizer holds, and clips everything away. No composition of this size is drawn whole, so
 // beyond this side the layer's size is dropped and rlottie clips nothing.
 constexpr double largestClippedPrecompositionSide = 16384;
-
-// Calls `visit` on every value of the tree, parents before children.
-void forEachValue(Json& root, const std::function<void(Json&)>& visit) {
-  std::vector<Json*> pending{&root};
-  while (!pending.empty()) {
-    Json& value = *pending.back();
-    pending.pop_back();
-    visit(value);
-    if (value.is_structured()) {
-      for (auto& child : value) {
-        pending.push_back(&child);
-      }
-    }
-  }
-}
 
 // The member's text when it is a string, else empty; nlohmann's value() would throw on a member
 // of another type.
@@ -62,6 +43,20 @@ bool isFractional(const Json& value) {
 }
 
 } // namespace
+
+void forEachValue(Json& root, const std::function<void(Json&)>& visit) {
+  std::vector<Json*> pending{&root};
+  while (!pending.empty()) {
+    Json& value = *pending.back();
+    pending.pop_back();
+    visit(value);
+    if (value.is_structured()) {
+      for (auto& child : value) {
+        pending.push_back(&child);
+      }
+    }
+  }
+}
 
 void forEachLayer(Json& document, const std::function<void(Json&)>& visit) {
   if (!document.is_object()) {

@@ -56,6 +56,15 @@ bool wholeCompositionSize(nlohmann::ordered_json& document);
 bool planeRotations(nlohmann::ordered_json& document);
 bool dropNullMembers(nlohmann::ordered_json& document);
 
+// Whole numbers beyond 2^53 are not all representable as doubles: no repair turns a larger one
+// into an integer or walks along times beyond it.
+inline constexpr double largestExactWhole = 9007199254740992.0;
+
+// Calls `visit` on every value of the tree, parents before children; the children walked are
+// those the value has after its visit.
+void forEachValue(nlohmann::ordered_json& root,
+                  const std::function<void(nlohmann::ordered_json&)>& visit);
+
 // Calls `visit` on every layer: those of the document and those of its precomposition assets.
 void forEachLayer(nlohmann::ordered_json& document,
                   const std::function<void(nlohmann::ordered_json&)>& visit);

@@ -1,5 +1,7 @@
 #include "renderer/PolystarRepairs.h"
 
+#include "renderer/DocumentRepairs.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -19,29 +21,17 @@ using Json = nlohmann::ordered_json;
 // frame of a hostile timeline.
 constexpr double maxSampledFrames = 100000;
 
-// Beyond 2^53 adding a frame to a time changes nothing, so such times are never walked.
-constexpr double largestExactWhole = 9007199254740992.0;
-
 // Bisection steps that find where an easing curve reaches a time: 2^-40 is far below a frame.
 constexpr int easingSteps = 40;
 
 // Calls `visit` on every polystar shape item of the tree.
 void forEachPolystar(Json& root, const std::function<void(Json&)>& visit) {
-  std::vector<Json*> pending{&root};
-  while (!pending.empty()) {
-    Json& value = *pending.back();
-    pending.pop_back();
-    if (!value.is_structured()) {
-      continue;
-    }
+  forEachValue(root, [&](Json& value) {
     const auto type = value.is_object() ? value.find("ty") : value.end();
     if (type != value.end() && *type == "sr") {
       visit(value);
     }
-    for (auto& child : value) {
-      pending.push_back(&child);
-    }
-  }
+  });
 }
 
 // A number, or the first element of an array when that is a number.

@@ -1,5 +1,7 @@
 #include "renderer/SkewRepairs.h"
 
+#include "renderer/DocumentRepairs.h"
+
 #include <cmath>
 #include <numbers>
 #include <optional>
@@ -120,20 +122,11 @@ bool unskewGroup(Json& group) {
 
 bool skewAsNestedGroups(Json& document) {
   bool changed = false;
-  std::vector<Json*> pending{&document};
-  while (!pending.empty()) {
-    Json& value = *pending.back();
-    pending.pop_back();
-    if (!value.is_structured()) {
-      continue;
-    }
+  forEachValue(document, [&](Json& value) {
     if (value.is_object() && value.value("ty", Json()) == "gr" && unskewGroup(value)) {
       changed = true;
     }
-    for (auto& child : value) {
-      pending.push_back(&child);
-    }
-  }
+  });
   return changed;
 }
 
