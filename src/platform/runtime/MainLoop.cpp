@@ -12,6 +12,14 @@
 
 namespace frameloom::platform {
 
+namespace {
+
+// How long after a timer's due time the host is woken for it: far more than asio's own timer
+// lags behind, far less than a display frame.
+constexpr std::chrono::milliseconds wakeMargin{1};
+
+} // namespace
+
 MainLoop& MainLoop::shared() {
   // Never destroyed: handlers may still be queued, or posted, while the process exits.
   static MainLoop* const loop = new MainLoop;
@@ -82,7 +90,10 @@ void MainLoop::wakeAt(std::chrono::steady_clock::time_point time) {
   const auto now = std::chrono::steady_clock::now();
   std::lock_guard lock(wakeMutex_);
   std::erase_if(wakeTimes_, [now](auto pending) { return pending <= now; });
-  wakeTimes_.push_back(time);
+  // Asio arms its own timer from a duration measured a moment after `time` was chosen, so its
+  // deadline can fall just after `time`. A host woken exactly at `time` could then find the
+  // timer not yet due, and poll() would drop the entry with nothing left to wake the host again.
+  wakeTimes_.push_back(time + wakeMargin);
   armTimer(std::nullopt);
 }
 
