@@ -11,6 +11,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace frameloom::renderer {
@@ -24,13 +25,6 @@ using Json = nlohmann::ordered_json;
 // rasterizer holds, and clips everything away. No composition of this size is drawn whole, so
 // beyond this side the layer's size is dropped and rlottie clips nothing.
 constexpr double largestClippedPrecompositionSide = 16384;
-
-// The member's text when it is a string, else empty; nlohmann's value() would throw on a member
-// of another type.
-std::string stringMember(const Json& object, const char* key) {
-  const auto member = object.find(key);
-  return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
-}
 
 bool isThreeDimensional(const Json& layer) {
   const auto member = layer.find("ddd");
@@ -56,6 +50,34 @@ void forEachValue(Json& root, const std::function<void(Json&)>& visit) {
       }
     }
   }
+}
+
+std::string stringMember(const Json& object, const char* key) {
+  const auto member = object.find(key);
+  return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
+}
+
+const Json* propertyValue(const Json& owner, const char* key) {
+  const auto property = owner.is_object() ? owner.find(key) : owner.end();
+  if (property == owner.end() || !property->is_object()) {
+    return nullptr;
+  }
+  const auto value = property->find("k");
+  return value == property->end() ? nullptr : &*value;
+}
+
+Json* propertyValue(Json& owner, const char* key) {
+  return const_cast<Json*>(propertyValue(std::as_const(owner), key));
+}
+
+std::optional<double> firstNumber(const Json& value) {
+  if (value.is_number()) {
+    return value.get<double>();
+  }
+  if (value.is_array() && !value.empty() && value.front().is_number()) {
+    return value.front().get<double>();
+  }
+  return std::nullopt;
 }
 
 void forEachLayer(Json& document, const std::function<void(Json&)>& visit) {
@@ -150,13 +172,13 @@ bool maskOpacityAsLayerOpacity(Json& document) {
     Json& mask = masks->front();
     const auto inverted = mask.find("inv");
     const auto maskOpacity = mask.find("o");
+    const Json* maskValue = propertyValue(mask, "o");
     if (stringMember(mask, "mode") != "a" ||
         (inverted != mask.end() && (!inverted->is_boolean() || inverted->get<bool>())) ||
-        maskOpacity == mask.end() || !maskOpacity->is_object() || !maskOpacity->contains("k")) {
+        !maskValue) {
       return;
     }
-    const Json& maskValue = (*maskOpacity)["k"];
-    if (maskValue.is_number() && maskValue.get<double>() == 100) {
+    if (maskValue->is_number() && maskValue->get<double>() == 100) {
       return;
     }
     // The layer's own opacity must be fixed to fold the mask's into it.

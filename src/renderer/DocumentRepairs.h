@@ -3,6 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include <functional>
+#include <optional>
+#include <string>
 
 namespace frameloom::renderer {
 
@@ -64,6 +66,18 @@ inline constexpr double largestExactWhole = 9007199254740992.0;
 // those the value has after its visit.
 void forEachValue(nlohmann::ordered_json& root,
                   const std::function<void(nlohmann::ordered_json&)>& visit);
+
+// The member's text when it is a string, else empty; nlohmann's value() would throw on a member
+// of another type.
+std::string stringMember(const nlohmann::ordered_json& object, const char* key);
+
+// The value ("k") of the animatable property `key` of `owner`, or null when it has none.
+const nlohmann::ordered_json* propertyValue(const nlohmann::ordered_json& owner, const char* key);
+nlohmann::ordered_json* propertyValue(nlohmann::ordered_json& owner, const char* key);
+
+// A number as rlottie reads a property's value: the number itself, or the first element of an
+// array when that is a number.
+std::optional<double> firstNumber(const nlohmann::ordered_json& value);
 
 // Calls `visit` on every layer: those of the document and those of its precomposition assets.
 void forEachLayer(nlohmann::ordered_json& document,

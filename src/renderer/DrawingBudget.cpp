@@ -1,5 +1,6 @@
 #include "renderer/DrawingBudget.h"
 
+#include "renderer/DocumentRepairs.h"
 #include "renderer/Limits.h"
 
 #include <algorithm>
@@ -26,36 +27,20 @@ std::uint64_t product(std::uint64_t a, std::uint64_t b) {
   return a != 0 && b > beyondBudget / a ? beyondBudget : std::min(beyondBudget, a * b);
 }
 
-std::string stringMember(const Json& object, const char* key) {
-  const auto member = object.find(key);
-  return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
-}
-
-// A copy count as rlottie reads it: a number, or the first number of an array.
-std::optional<double> countIn(const Json& value) {
-  if (value.is_number()) {
-    return value.get<double>();
-  }
-  if (value.is_array() && !value.empty() && value.front().is_number()) {
-    return value.front().get<double>();
-  }
-  return std::nullopt;
-}
-
 // The most copies a repeater makes at any time: its static count, or the largest start or end
 // value of its keyframes; at least 1.
 std::uint64_t largestCopies(const Json& repeater) {
-  const auto copies = repeater.find("c");
-  if (copies == repeater.end() || !copies->is_object() || !copies->contains("k")) {
+  const Json* copies = propertyValue(repeater, "c");
+  if (!copies) {
     return 1;
   }
   double largest = 1;
   const auto consider = [&](const Json& value) {
-    if (const auto count = countIn(value); count && *count > largest) {
+    if (const auto count = firstNumber(value); count && *count > largest) {
       largest = *count;
     }
   };
-  const Json& value = (*copies)["k"];
+  const Json& value = *copies;
   consider(value);
   if (value.is_array()) {
     for (const Json& keyframe : value) {

@@ -34,17 +34,6 @@ void forEachPolystar(Json& root, const std::function<void(Json&)>& visit) {
   });
 }
 
-// A number, or the first element of an array when that is a number.
-std::optional<double> firstNumber(const Json& value) {
-  if (value.is_number()) {
-    return value.get<double>();
-  }
-  if (value.is_array() && !value.empty() && value.front().is_number()) {
-    return value.front().get<double>();
-  }
-  return std::nullopt;
-}
-
 std::optional<double> numberMember(const Json& object, const char* key) {
   const auto member = object.find(key);
   return member == object.end() ? std::nullopt : firstNumber(*member);
@@ -174,11 +163,11 @@ bool wholeAnimatedCount(Json& keyframes, double& budget) {
 bool polystarRotationOnce(Json& document) {
   bool changed = false;
   forEachPolystar(document, [&](Json& polystar) {
-    const auto rotation = polystar.find("r");
-    if (rotation == polystar.end() || !rotation->is_object() || !rotation->contains("k")) {
+    Json* rotation = propertyValue(polystar, "r");
+    if (!rotation) {
       return;
     }
-    Json& value = (*rotation)["k"];
+    Json& value = *rotation;
     if (firstNumber(value)) {
       halve(value);
       changed = true;
@@ -206,11 +195,11 @@ bool wholePolystarPoints(Json& document) {
   bool changed = false;
   double budget = maxSampledFrames;
   forEachPolystar(document, [&](Json& polystar) {
-    const auto points = polystar.find("pt");
-    if (points == polystar.end() || !points->is_object() || !points->contains("k")) {
+    Json* points = propertyValue(polystar, "pt");
+    if (!points) {
       return;
     }
-    Json& value = (*points)["k"];
+    Json& value = *points;
     if (value.is_number_float() && std::isfinite(value.get<double>())) {
       if (value.get<double>() != std::floor(value.get<double>())) {
         value = std::floor(value.get<double>());
