@@ -13,6 +13,8 @@
 #include <cctype>
 #include <cmath>
 #include <filesystem>
+#include <functional>
+#include <memory>
 
 namespace frameloom::tool {
 
@@ -42,6 +44,44 @@ std::vector<float> frameNumbers(float from, float to, double step) {
     frames.push_back(static_cast<float>(frame));
   }
   return frames;
+}
+
+// One animated format's writer behind the two calls the render loop makes: add the frame of
+// index i, and finish. Frame times come from the index at `fps`, in each format's own unit.
+struct Encoder {
+  const char* name;
+  std::function<void(const platform::Image&, std::size_t)> add;
+  std::function<std::vector<std::uint8_t>()> finish;
+};
+
+Encoder encoderFor(PictureFormat format, std::size_t width, std::size_t height, int loop,
+                   double fps, std::size_t frameCount) {
+  const auto delay = [fps](std::size_t index, double ticksPerSecond) {
+    return roundedTime(index + 1, ticksPerSecond, fps) - roundedTime(index, ticksPerSecond, fps);
+  };
+  if (format == PictureFormat::gif) {
+    auto gif = std::make_shared<platform::GifWriter>(width, height, loop);
+    return {"gif",
+            [gif, delay](const platform::Image& frame, std::size_t index) {
+              gif->addFrame(frame, delay(index, 100));
+            },
+            [gif] { return gif->finish(); }};
+  }
+  if (format == PictureFormat::apng) {
+    auto apng = std::make_shared<platform::AnimatedPngWriter>(width, height, loop);
+    return {"apng",
+            [apng, delay](const platform::Image& frame, std::size_t index) {
+              apng->addFrame(frame, delay(index, 1000));
+            },
+            [apng] { return apng->finish(); }};
+  }
+  auto webp = std::make_shared<platform::AnimatedWebpWriter>(
+      width, height, platform::AnimatedWebpWriter::Options{loop});
+  return {"webp",
+          [webp, fps](const platform::Image& frame, std::size_t index) {
+            webp->addFrame(frame, roundedTime(index, 1000, fps));
+          },
+          [webp, fps, frameCount] { return webp->finish(roundedTime(frameCount, 1000, fps)); }};
 }
 
 } // namespace
@@ -123,23 +163,10 @@ asio::awaitable<void> writeAnimation(const DotLottieActor::Animation& animation,
                      std::to_string(height) + " are beyond 2^31 pixels; lower --size or --fps");
   }
 
-  ProgressBar bar(console,
-                  format == PictureFormat::gif    ? "gif"
-                  : format == PictureFormat::apng ? "apng"
-                                                  : "webp",
-                  "steps");
+  const Encoder encoder = encoderFor(format, width, height, range.loop, fps, frames.size());
+  ProgressBar bar(console, encoder.name, "steps");
   // Each frame is rendered, then encoded: two steps.
   bar.progress()->setTotalUnitCount(static_cast<std::int64_t>(frames.size() * 2));
-  std::optional<platform::GifWriter> gif;
-  std::optional<platform::AnimatedWebpWriter> webp;
-  std::optional<platform::AnimatedPngWriter> apng;
-  if (format == PictureFormat::gif) {
-    gif.emplace(width, height, range.loop);
-  } else if (format == PictureFormat::apng) {
-    apng.emplace(width, height, range.loop);
-  } else {
-    webp.emplace(width, height, platform::AnimatedWebpWriter::Options{range.loop});
-  }
   for (std::size_t i = 0; i < frames.size(); ++i) {
     std::shared_ptr<const platform::Image> image = first;
     if (i > 0) {
@@ -149,19 +176,10 @@ asio::awaitable<void> writeAnimation(const DotLottieActor::Animation& animation,
     if (range.background) {
       image = overBackground(*image, *range.background);
     }
-    if (gif) {
-      gif->addFrame(*image, roundedTime(i + 1, 100, fps) - roundedTime(i, 100, fps));
-    } else if (apng) {
-      apng->addFrame(*image, roundedTime(i + 1, 1000, fps) - roundedTime(i, 1000, fps));
-    } else {
-      webp->addFrame(*image, roundedTime(i, 1000, fps));
-    }
+    encoder.add(*image, i);
     bar.progress()->addCompletedUnitCount(1);
   }
-  const std::vector<std::uint8_t> bytes = gif ? gif->finish()
-                                          : apng
-                                              ? apng->finish()
-                                              : webp->finish(roundedTime(frames.size(), 1000, fps));
+  const std::vector<std::uint8_t> bytes = encoder.finish();
   writeOutput(bytes, output);
 }
 

@@ -27,8 +27,8 @@ struct AnimationRange {
   std::optional<platform::Color> background;
 };
 
-// Renders frames `from` to `to` at `fps` and streams each into the WebP or GIF encoder as soon
-// as it is rendered, so that one frame at a time is held; then writes the picture to `output`
+// Renders frames `from` to `to` at `fps` and streams each into the WebP, GIF or PNG encoder as
+// soon as it is rendered, so that one frame at a time is held; then writes the picture to `output`
 // ("-" for standard output). Runs on the main loop; throws UsageError for a range or rate out of
 // bounds, the encoders' and the actor's errors otherwise.
 asio::awaitable<void> writeAnimation(const DotLottieActor::Animation& animation,
