@@ -145,6 +145,24 @@ bool dropInertMasks(Json& document) {
   return changed;
 }
 
+bool lightenAndDarkenMasksAsAdding(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto masks = layer.find("masksProperties");
+    if (masks == layer.end() || !masks->is_array()) {
+      return;
+    }
+    for (auto& mask : *masks) {
+      const std::string mode = mask.is_object() ? stringMember(mask, "mode") : "";
+      if (mode == "l" || mode == "d") {
+        mask["mode"] = "a";
+        changed = true;
+      }
+    }
+  });
+  return changed;
+}
+
 bool wholeFrameLayerTimes(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
@@ -425,6 +443,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= stretchIntoKeyframes(document);
   changed |= dropLastKeyframeEasing(document);
   changed |= dropInertMasks(document);
+  changed |= lightenAndDarkenMasksAsAdding(document);
   changed |= maskOpacityAsLayerOpacity(document);
   changed |= wholeFrameLayerTimes(document);
   changed |= polystarRotationOnce(document);

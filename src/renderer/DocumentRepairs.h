@@ -18,6 +18,10 @@ namespace frameloom::renderer {
 // - rlottie keeps a multi-dimensional property at its first value when the last keyframe, which
 //   leads nowhere, carries an easing: dropLastKeyframeEasing() removes it;
 // - a mask in mode "n" does nothing, where rlottie hides the layer: dropInertMasks();
+// - rlottie hides a layer with a mask in mode "l" (lighten) or "d" (darken), which lottie-web
+//   draws as it draws an adding mask, except that where such masks overlap the more opaque one
+//   counts instead of both: lightenAndDarkenMasksAsAdding() makes them adding masks, exact
+//   wherever the masks are opaque or apart;
 // - rlottie draws a layer's only mask (adding, not inverted) at full opacity whatever its own;
 //   inside that mask the mask's opacity is the layer's: maskOpacityAsLayerOpacity() moves it
 //   there when the layer's opacity is fixed;
@@ -46,6 +50,7 @@ namespace frameloom::renderer {
 // - members whose value is null: dropNullMembers().
 bool dropLastKeyframeEasing(nlohmann::ordered_json& document);
 bool dropInertMasks(nlohmann::ordered_json& document);
+bool lightenAndDarkenMasksAsAdding(nlohmann::ordered_json& document);
 bool maskOpacityAsLayerOpacity(nlohmann::ordered_json& document);
 bool wholeFrameLayerTimes(nlohmann::ordered_json& document);
 bool typeFirst(nlohmann::ordered_json& document);

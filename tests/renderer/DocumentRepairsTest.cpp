@@ -41,6 +41,17 @@ Rgba8 pixelAt(const Json& document, float frame, std::size_t x, std::size_t y) {
   return image && x < image->width() && y < image->height() ? image->pixel(x, y) : none;
 }
 
+// Gives the square layer one mask, in the given mode, around the whole square.
+void coveringMask(Json& document, const char* mode) {
+  squareLayer(document)["hasMask"] = true;
+  squareLayer(document)["masksProperties"] = Json::array(
+      {{{"inv", false},
+        {"mode", mode},
+        {"pt", Json::parse(R"({"a":0,"k":{"c":true,"i":[[0,0],[0,0],[0,0],[0,0]],)"
+                           R"("o":[[0,0],[0,0],[0,0],[0,0]],"v":[[0,0],[8,0],[8,8],[0,8]]}})")},
+        {"o", {{"a", 0}, {"k", 100}}}}});
+}
+
 struct Case {
   const char* name;
   std::function<void(Json&)> edit;
@@ -89,6 +100,10 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
              R"("o":[[0,0],[0,0],[0,0]],"v":[[0,0],[1,0],[1,1]]}},"o":{"a":0,"k":100}}])");
        },
        0, 4, red},
+      {"mask in mode lighten shows what it covers", [&](Json& d) { coveringMask(d, "l"); }, 0, 4,
+       red},
+      {"mask in mode darken shows what it covers", [&](Json& d) { coveringMask(d, "d"); }, 0, 4,
+       red},
       {"in point just above a frame: hidden on that frame",
        [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 2, 4, none},
       {"in point just above a frame: shown on the next",
