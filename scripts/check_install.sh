@@ -10,7 +10,9 @@
 #
 # The builds live in build-check-* next to build/ so that ccache, when installed, serves the static
 # one from the default build. FRAMELOOM_JOBS sets the parallel jobs (default 2).
-set -euo pipefail
+set -Eeuo pipefail
+# A check that fails says which line stopped it; many of them fail without a message of their own.
+trap 'echo "check_install: failed at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/.."
 scripts/dependencies.sh
 root=$PWD
