@@ -3,10 +3,12 @@
 #include <frameloom/platform/system/Log.h>
 
 #include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
 #include <gtest/gtest.h>
 
 #include <poll.h>
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -54,6 +56,30 @@ TEST(ForeignLoop, DisplayLinkTicksArriveThroughTheDescriptor) {
   link->invalidate();
   loop.poll();
   EXPECT_EQ(ticks, 3);
+}
+
+TEST(ForeignLoop, ATimerFallingDueAfterItsWakeTimeStillWakesTheHost) {
+  using namespace std::chrono_literals;
+  auto& loop = MainLoop::shared();
+  loop.poll();
+  // As when asio arms its timer late: the host is woken before the timer is due.
+  const auto due = std::chrono::steady_clock::now() + 30ms;
+  const auto wake = due - 20ms;
+  asio::steady_timer timer(loop.executor(), due);
+  bool ran = false;
+  loop.wakeAt(wake);
+  timer.async_wait([&](const std::error_code&) {
+    ran = true;
+    loop.wakeDone(wake);
+  });
+  while (!ran) {
+    ASSERT_TRUE(readable(loop.fileDescriptor(), 2000)) << "the host was never woken again";
+    loop.poll();
+  }
+  // Handed to the loop's executor, the timer's completion woke the host once more; after that
+  // poll, nothing is left to wake it for.
+  loop.poll();
+  EXPECT_FALSE(readable(loop.fileDescriptor(), 20));
 }
 
 TEST(ForeignLoop, PollDuringARunIsRefused) {

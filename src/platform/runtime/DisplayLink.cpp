@@ -108,6 +108,7 @@ void DisplayLink::scheduleNext() {
   MainLoop::shared().wakeAt(next);
   timer_.async_wait(
       [weak = weak_from_this(), generation = generation_, next](const std::error_code& error) {
+        MainLoop::shared().wakeDone(next);
         auto self = weak.lock();
         if (error || !self || self->generation_ != generation) {
           return;

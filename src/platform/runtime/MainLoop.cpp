@@ -14,9 +14,10 @@ namespace frameloom::platform {
 
 namespace {
 
-// How long after a timer's due time the host is woken for it: far more than asio's own timer
-// lags behind, far less than a display frame.
-constexpr std::chrono::milliseconds wakeMargin{1};
+// How often a host is woken again for a timer whose wake time has passed but whose handler has
+// not run yet: asio arms its own timer a moment after it is asked to, later still when the
+// thread is preempted. Far less than a display frame.
+constexpr std::chrono::milliseconds wakeRetry{1};
 
 } // namespace
 
@@ -55,14 +56,14 @@ void MainLoop::stop() {
 std::size_t MainLoop::poll() {
   RunningScope running(*this);
   const int fd = fileDescriptor();
-  std::uint64_t expirations = 0;
-  // Non-blocking: fails with EAGAIN when the timer has not expired, which is fine.
-  [[maybe_unused]] auto drained = ::read(fd, &expirations, sizeof expirations);
-  const auto started = std::chrono::steady_clock::now();
   {
     std::lock_guard lock(wakeMutex_);
-    std::erase_if(wakeTimes_, [started](auto time) { return time <= started; });
-    armTimer(std::nullopt);
+    std::uint64_t expirations = 0;
+    // Non-blocking: fails with EAGAIN when the timer has not expired, which is fine.
+    [[maybe_unused]] auto drained = ::read(fd, &expirations, sizeof expirations);
+    // Work queued until now runs in this poll; work queued from now on wakes the host again.
+    wakeRequested_ = false;
+    armTimer();
   }
   runs_.fetch_add(1);
   context_.restart();
@@ -79,22 +80,27 @@ int MainLoop::fileDescriptor() {
     }
     wakeFd_ = fd;
     // Work queued before the host started watching is ready now.
-    armTimer(std::chrono::steady_clock::now());
+    wakeRequested_ = true;
+    armTimer();
   }
   return wakeFd_;
 }
 
 void MainLoop::wakeAt(std::chrono::steady_clock::time_point time) {
   // Remembered even before a host asks for the descriptor, so that a timer started earlier
-  // still wakes it; past times are dropped, which keeps one entry per pending timer.
-  const auto now = std::chrono::steady_clock::now();
+  // still wakes it.
   std::lock_guard lock(wakeMutex_);
-  std::erase_if(wakeTimes_, [now](auto pending) { return pending <= now; });
-  // Asio arms its own timer from a duration measured a moment after `time` was chosen, so its
-  // deadline can fall just after `time`. A host woken exactly at `time` could then find the
-  // timer not yet due, and poll() would drop the entry with nothing left to wake the host again.
-  wakeTimes_.push_back(time + wakeMargin);
-  armTimer(std::nullopt);
+  wakeTimes_.push_back(time);
+  armTimer();
+}
+
+void MainLoop::wakeDone(std::chrono::steady_clock::time_point time) {
+  std::lock_guard lock(wakeMutex_);
+  const auto found = std::find(wakeTimes_.begin(), wakeTimes_.end(), time);
+  if (found != wakeTimes_.end()) {
+    wakeTimes_.erase(found);
+  }
+  armTimer();
 }
 
 void MainLoop::wakeNow() {
@@ -102,18 +108,21 @@ void MainLoop::wakeNow() {
     return;
   }
   std::lock_guard lock(wakeMutex_);
-  armTimer(std::chrono::steady_clock::now());
+  wakeRequested_ = true;
+  armTimer();
 }
 
-void MainLoop::armTimer(std::optional<std::chrono::steady_clock::time_point> now) {
+void MainLoop::armTimer() {
   if (wakeFd_ < 0) {
     return;
   }
-  std::optional<std::chrono::steady_clock::time_point> earliest = now;
-  for (auto time : wakeTimes_) {
-    if (!earliest || time < *earliest) {
-      earliest = time;
-    }
+  const auto now = std::chrono::steady_clock::now();
+  std::optional<std::chrono::steady_clock::time_point> earliest;
+  if (wakeRequested_) {
+    earliest = now;
+  } else if (!wakeTimes_.empty()) {
+    const auto due = *std::min_element(wakeTimes_.begin(), wakeTimes_.end());
+    earliest = due > now ? due : now + wakeRetry;
   }
   itimerspec deadline{};
   if (earliest) {

@@ -77,9 +77,12 @@ public:
   // The descriptor, owned by the loop for the life of the process; throws std::system_error
   // when the system cannot make one.
   int fileDescriptor();
-  // Makes fileDescriptor() readable at `time`, for work that waits on a timer of the loop.
-  // Callable from any thread.
+  // Makes fileDescriptor() readable at `time`, for work that waits on a timer of the loop due
+  // then, and again every millisecond after each poll() until wakeDone(time) says that the
+  // timer's handler has run or was cancelled: asio's own timer can fall due a little later than
+  // asked. Every wakeAt() needs its wakeDone(). Both callable from any thread.
   void wakeAt(std::chrono::steady_clock::time_point time);
+  void wakeDone(std::chrono::steady_clock::time_point time);
 
   // Keeps `source` (a display link) alive while it is attached, whoever else holds it, as the
   // loop that drives it. Callable from any thread.
@@ -95,8 +98,9 @@ private:
   MainLoop();
   // Makes fileDescriptor() readable at once, when a host watches it.
   void wakeNow();
-  // Sets the descriptor's timer to the earliest of `wakeTimes_` and `now`; caller holds wakeMutex_.
-  void armTimer(std::optional<std::chrono::steady_clock::time_point> now);
+  // Sets the descriptor's timer: at once when a wake is requested, else at the earliest of
+  // `wakeTimes_`, retried every wakeRetry once past; caller holds wakeMutex_.
+  void armTimer();
 
   // Marks the loop as running for its lifetime; throws when it already is.
   class RunningScope {
@@ -126,6 +130,8 @@ private:
   std::atomic<int> wakeFd_{-1};
   std::mutex wakeMutex_;
   std::vector<std::chrono::steady_clock::time_point> wakeTimes_;
+  // Work was queued since the last poll() began.
+  bool wakeRequested_ = false;
   std::mutex sourcesMutex_;
   std::vector<std::shared_ptr<void>> sources_;
 };
