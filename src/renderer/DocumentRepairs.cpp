@@ -314,6 +314,22 @@ bool dropNullMembers(Json& document) {
   return changed;
 }
 
+// Rebuilds `object` with `key` first, holding `value`, and its other members after it in their
+// order. Built at its final size: the ordered map copies its members, subtrees and all, when it
+// grows.
+void putFirst(Json& object, const std::string& key, Json value) {
+  Json reordered = Json::object();
+  auto& members = reordered.get_ref<Json::object_t&>();
+  members.reserve(object.size() + 1);
+  members.emplace_back(key, std::move(value));
+  for (auto& [name, member] : object.get_ref<Json::object_t&>()) {
+    if (name != key) {
+      members.emplace_back(name, std::move(member));
+    }
+  }
+  object = std::move(reordered);
+}
+
 bool typeFirst(Json& document) {
   bool changed = false;
   forEachValue(document, [&](Json& value) {
@@ -321,18 +337,25 @@ bool typeFirst(Json& document) {
         !value.contains("ty")) {
       return;
     }
-    // Built at its final size: the ordered map copies its members, subtrees and all, when it
-    // grows.
-    Json reordered = Json::object();
-    auto& members = reordered.get_ref<Json::object_t&>();
-    members.reserve(value.size());
-    members.emplace_back("ty", std::move(value["ty"]));
-    for (auto& [key, member] : value.get_ref<Json::object_t&>()) {
-      if (key != "ty") {
-        members.emplace_back(key, std::move(member));
-      }
+    putFirst(value, "ty", std::move(value["ty"]));
+    changed = true;
+  });
+  return changed;
+}
+
+bool dimensionBeforeTransform(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto& members = layer.get_ref<const Json::object_t&>();
+    const auto position = [&](const char* key) {
+      return std::find_if(members.begin(), members.end(),
+                          [key](const auto& member) { return member.first == key; });
+    };
+    const auto dimension = position("ddd");
+    if (dimension != members.end() && dimension < position("ks")) {
+      return;
     }
-    value = std::move(reordered);
+    putFirst(layer, "ddd", dimension == members.end() ? Json(0) : std::move(layer["ddd"]));
     changed = true;
   });
   return changed;
@@ -450,6 +473,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= wholePolystarPoints(document);
   changed |= skewAsNestedGroups(document);
   changed |= unclipHugePrecompositions(document);
+  changed |= dimensionBeforeTransform(document);
   changed |= typeFirst(document);
   if (forRefusal) {
     changed |= wholeFloatsAsIntegers(document);

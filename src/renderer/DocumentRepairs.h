@@ -27,6 +27,9 @@ namespace frameloom::renderer {
 //   there when the layer's opacity is fixed;
 // - a layer whose in or out point falls between frames shows from the next whole frame on, where
 //   rlottie shows it one frame early: wholeFrameLayerTimes();
+// - rlottie takes a layer for a 3D one, and ignores its rotation "r", unless "ddd" says otherwise
+//   before the transform "ks"; a layer without "ddd" is flat: dimensionBeforeTransform() puts
+//   "ddd" first, 0 when missing;
 // - rlottie reads an object's members knowing its "ty", and misreads or drops objects whose "ty"
 //   comes after other keys; key order means nothing in JSON, so it moves first: typeFirst();
 // - rlottie ignores a time remap that does not change over time, where the precomposition should
@@ -54,6 +57,7 @@ bool lightenAndDarkenMasksAsAdding(nlohmann::ordered_json& document);
 bool maskOpacityAsLayerOpacity(nlohmann::ordered_json& document);
 bool wholeFrameLayerTimes(nlohmann::ordered_json& document);
 bool typeFirst(nlohmann::ordered_json& document);
+bool dimensionBeforeTransform(nlohmann::ordered_json& document);
 bool keyframedStaticTimeRemap(nlohmann::ordered_json& document);
 bool stretchIntoKeyframes(nlohmann::ordered_json& document);
 bool unclipHugePrecompositions(nlohmann::ordered_json& document);

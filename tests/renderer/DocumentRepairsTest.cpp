@@ -104,6 +104,15 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
        red},
       {"mask in mode darken shows what it covers", [&](Json& d) { coveringMask(d, "d"); }, 0, 4,
        red},
+      {"layer turned without saying it is flat",
+       [](Json& d) {
+         squareLayer(d).erase("ddd");
+         Json& transform = squareLayer(d)["ks"];
+         transform["a"]["k"] = {8, 4};
+         transform["p"]["k"] = {8, 4};
+         transform["r"]["k"] = 180;
+       },
+       0, 12, red},
       {"in point just above a frame: hidden on that frame",
        [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 2, 4, none},
       {"in point just above a frame: shown on the next",
@@ -230,7 +239,7 @@ TEST(DocumentRepairsTest, RepairsLeaveOtherValuesAndKeyOrderAlone) {
       R"("ks":{"r":{"k":5},"rz":{"k":6}},"nm":null},{"ddd":1,"ty":4,"ks":{"rx":{"k":1}}}]})");
   EXPECT_TRUE(repairDocument(document, true));
   EXPECT_EQ(document.dump(),
-            R"({"w":10,"h":10,"x":[1.5,2,null],"layers":[{"ty":4,"a":1,"ip":2,"op":7,)"
+            R"({"w":10,"h":10,"x":[1.5,2,null],"layers":[{"ty":4,"ddd":0,"a":1,"ip":2,"op":7,)"
             R"("ks":{"r":{"k":5}}},{"ty":4,"ddd":1,"ks":{"rx":{"k":1}}}]})");
 }
 

@@ -28,9 +28,10 @@ struct SampleTimeline {
 // A layer of type `ty` with no transform, over the timeline. Keys keep the order exporters write
 // ("ty" first), which rlottie needs.
 inline Json sampleLayer(int ty, SampleTimeline timeline) {
-  Json layer = Json::parse(R"({"ty":0,"ip":0,"op":0,"st":0,"ks":{"o":{"a":0,"k":100},"r":{"a":0,)"
-                           R"("k":0},"p":{"a":0,"k":[0,0]},"a":{"a":0,"k":[0,0]},"s":{"a":0,"k":)"
-                           R"([100,100]}}})");
+  Json layer =
+      Json::parse(R"({"ty":0,"ddd":0,"ip":0,"op":0,"st":0,"ks":{"o":{"a":0,"k":100},"r":{"a":0,)"
+                  R"("k":0},"p":{"a":0,"k":[0,0]},"a":{"a":0,"k":[0,0]},"s":{"a":0,"k":)"
+                  R"([100,100]}}})");
   layer["ty"] = ty;
   layer["ip"] = timeline.inPoint;
   layer["op"] = timeline.outPoint;
