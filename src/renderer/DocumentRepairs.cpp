@@ -1,5 +1,6 @@
 #include "renderer/DocumentRepairs.h"
 
+#include "renderer/MatteRepairs.h"
 #include "renderer/PolystarRepairs.h"
 #include "renderer/SkewRepairs.h"
 #include "renderer/TextLayers.h"
@@ -462,6 +463,7 @@ bool stretchIntoKeyframes(Json& document) {
 
 bool repairDocument(Json& document, bool forRefusal) {
   bool changed = textLayersAsShapes(document);
+  changed |= mattedShapesAsPrecompositions(document);
   changed |= keyframedStaticTimeRemap(document);
   changed |= stretchIntoKeyframes(document);
   changed |= dropLastKeyframeEasing(document);
