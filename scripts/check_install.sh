@@ -101,13 +101,16 @@ echo "== windowed example under Xvfb"
 prefix=$scratch/prefix-shared
 cmake -S examples/window -B "$scratch/window" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$scratch/window" >/dev/null
-display=:$((90 + RANDOM % 400))
-Xvfb "$display" -screen 0 640x480x24 -nolisten tcp >/dev/null 2>&1 &
+# Xvfb picks a free display itself and writes its number once it accepts connections, so that
+# the check never meets another server's display.
+Xvfb -displayfd 3 -screen 0 640x480x24 -nolisten tcp 3>"$scratch/display" >/dev/null 2>&1 &
 xvfb_pid=$!
-for _ in $(seq 50); do
-  [ -e "/tmp/.X11-unix/X${display#:}" ] && break
+for _ in $(seq 100); do
+  [ -s "$scratch/display" ] && break
   sleep 0.1
 done
+display=:$(head -n 1 "$scratch/display")
+[ "$display" != ":" ] || { echo "Xvfb did not start" >&2; exit 1; }
 DISPLAY=$display SDL_VIDEODRIVER=x11 "$scratch/window/frameloom_window" "$scratch/demo.lottie" \
   --screenshot "$scratch/window.ppm"
 python3 scripts/check_screenshot.py "$scratch/window.ppm"
