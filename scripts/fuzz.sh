@@ -13,10 +13,12 @@ shift $(($# < 2 ? $# : 2))
 declare -A options=(
   [archive_fuzzer]="-max_len=65536"
   [fuzz_color_replacement]="-dict=fuzz/color_replacement.dict"
+  [fuzz_document_repairs]="-dict=fuzz/lottie_document.dict -max_len=16384"
 )
 declare -A corpus=(
   [archive_fuzzer]=archive
   [fuzz_color_replacement]=color_replacement
+  [fuzz_document_repairs]=document
 )
 
 scripts/dependencies.sh
