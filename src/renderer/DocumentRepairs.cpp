@@ -377,8 +377,9 @@ bool keyframedStaticTimeRemap(Json& document) {
     }
     const Json seconds = value.is_number() ? Json::array({value}) : value;
     // Two keyframes holding the same value: the same time everywhere, read as a remap.
-    (*remap)["a"] = 1;
     value = Json::array({{{"t", 0}, {"s", seconds}, {"h", 1}}, {{"t", 1}, {"s", seconds}}});
+    // Last: adding a member may move the others, `value` among them.
+    (*remap)["a"] = 1;
     changed = true;
   });
   return changed;

@@ -184,12 +184,15 @@ TEST(DocumentRepairsTest, PrecompositionTimesAreDrawnAsMeant) {
   EXPECT_EQ(pixelAt(stretched, 1, 10, 4), red);
   EXPECT_EQ(pixelAt(stretched, 1, 13, 4), none);
 
-  Json remapped = movingSquareInPrecomposition(2);
-  // 0.21 s at 30 frames a second: inner frame 6.3, the square moved by 12 and more.
-  remapped["layers"][0]["tm"] = Json{{"a", 0}, {"k", 0.21}};
-  EXPECT_EQ(pixelAt(remapped, 0, 10, 4), none);
-  EXPECT_EQ(pixelAt(remapped, 0, 16, 4), red);
-  EXPECT_EQ(pixelAt(remapped, 20, 16, 4), red);
+  // 0.21 s at 30 frames a second: inner frame 6.3, the square moved by 12 and more. Written
+  // with and without the animated flag, which the repair adds.
+  for (const Json& remap : {Json{{"a", 0}, {"k", 0.21}}, Json{{"k", 0.21}}}) {
+    Json remapped = movingSquareInPrecomposition(2);
+    remapped["layers"][0]["tm"] = remap;
+    EXPECT_EQ(pixelAt(remapped, 0, 10, 4), none) << remap;
+    EXPECT_EQ(pixelAt(remapped, 0, 16, 4), red) << remap;
+    EXPECT_EQ(pixelAt(remapped, 20, 16, 4), red) << remap;
+  }
 }
 
 // Sized 99999 by its exporter, a precomposition layer means no clip; a large but real size
