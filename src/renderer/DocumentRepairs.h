@@ -41,8 +41,8 @@ namespace frameloom::renderer {
 // - rlottie turns stars and polygons by twice their rotation and draws fractions of their point
 //   count: polystarRotationOnce() and wholePolystarPoints() (PolystarRepairs.h).
 // - rlottie ignores the skew of a group's transform: skewAsNestedGroups() (SkewRepairs.h).
-// - rlottie draws nothing of a shape or solid layer under a track matte unless it covers the
-//   frame: mattedShapesAsPrecompositions() (MatteRepairs.h).
+// - rlottie draws nothing of a shape, solid or picture layer under a track matte unless it
+//   covers the frame: mattedShapesAsPrecompositions() (MatteRepairs.h).
 // - rlottie clips a precomposition layer of an unbounded size (99999, written by exporters) to
 //   nothing, where it means no clip: unclipHugePrecompositions() drops sizes beyond 16384.
 //
