@@ -223,6 +223,73 @@ bool maskOpacityAsLayerOpacity(Json& document) {
   return changed;
 }
 
+namespace {
+
+// The members of an object that hold a property of one number: for a layer's transform, a mask,
+// or a shape item by its type.
+std::vector<const char*> oneNumberProperties(const std::string& type) {
+  if (type == "fl" || type == "gf") {
+    return {"o"};
+  }
+  if (type == "st" || type == "gs") {
+    return {"o", "w"};
+  }
+  if (type == "rc" || type == "rd") {
+    return {"r"};
+  }
+  if (type == "tm") {
+    return {"s", "e", "o"};
+  }
+  if (type == "sr") {
+    return {"pt", "r", "ir", "or", "is", "os"};
+  }
+  if (type == "rp") {
+    return {"c", "o"};
+  }
+  if (type == "tr") {
+    return {"o", "r", "sk", "sa", "so", "eo"};
+  }
+  return {};
+}
+
+bool unwrapOneNumberArrays(Json& owner, const std::vector<const char*>& keys) {
+  bool changed = false;
+  for (const char* key : keys) {
+    Json* value = propertyValue(owner, key);
+    if (value && value->is_array() && value->size() == 1 && value->front().is_number()) {
+      *value = Json(value->front());
+      changed = true;
+    }
+  }
+  return changed;
+}
+
+} // namespace
+
+bool oneNumberArraysAsNumbers(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    if (const auto transform = layer.find("ks"); transform != layer.end()) {
+      changed |= unwrapOneNumberArrays(*transform, {"o", "r", "rx", "ry", "rz", "sk", "sa"});
+    }
+    const auto masks = layer.find("masksProperties");
+    if (masks != layer.end() && masks->is_array()) {
+      for (auto& mask : *masks) {
+        changed |= unwrapOneNumberArrays(mask, {"o", "x"});
+      }
+    }
+    const auto shapes = layer.find("shapes");
+    if (shapes != layer.end()) {
+      forEachValue(*shapes, [&](Json& value) {
+        if (value.is_object()) {
+          changed |= unwrapOneNumberArrays(value, oneNumberProperties(stringMember(value, "ty")));
+        }
+      });
+    }
+  });
+  return changed;
+}
+
 bool unclipHugePrecompositions(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
@@ -475,6 +542,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= wholePolystarPoints(document);
   changed |= skewAsNestedGroups(document);
   changed |= unclipHugePrecompositions(document);
+  changed |= oneNumberArraysAsNumbers(document);
   changed |= dimensionBeforeTransform(document);
   changed |= typeFirst(document);
   if (forRefusal) {

@@ -45,6 +45,9 @@ namespace frameloom::renderer {
 //   covers the frame: mattedShapesAsPrecompositions() (MatteRepairs.h).
 // - rlottie clips a precomposition layer of an unbounded size (99999, written by exporters) to
 //   nothing, where it means no clip: unclipHugePrecompositions() drops sizes beyond 16384.
+// - rlottie draws nothing of a document in which a property of one number, such as an opacity,
+//   holds a fixed value written as an array of one number ("k": [50]), which lottie-web reads as
+//   the number: oneNumberArraysAsNumbers() unwraps them in layer transforms, masks and shapes.
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
@@ -63,6 +66,7 @@ bool dimensionBeforeTransform(nlohmann::ordered_json& document);
 bool keyframedStaticTimeRemap(nlohmann::ordered_json& document);
 bool stretchIntoKeyframes(nlohmann::ordered_json& document);
 bool unclipHugePrecompositions(nlohmann::ordered_json& document);
+bool oneNumberArraysAsNumbers(nlohmann::ordered_json& document);
 
 bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
 bool wholeCompositionSize(nlohmann::ordered_json& document);

@@ -117,6 +117,10 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
        [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 2, 4, none},
       {"in point just above a frame: shown on the next",
        [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 3, 4, red},
+      {"layer opacity written as an array of one number",
+       [](Json& d) { squareLayer(d)["ks"]["o"]["k"] = {100}; }, 0, 4, red},
+      {"fill opacity written as an array of one number",
+       [](Json& d) { squareLayer(d)["shapes"][1]["o"]["k"] = {100}; }, 0, 4, red},
       {"last keyframe with an easing still moves",
        [&](Json& d) {
          Json position = Json::object();
