@@ -6,6 +6,7 @@
 #include "renderer/TextLayers.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -290,6 +291,25 @@ bool oneNumberArraysAsNumbers(Json& document) {
   return changed;
 }
 
+bool shortSolidColorsInFull(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const std::string color = stringMember(layer, "sc");
+    if (color.size() != 4 || color[0] != '#' ||
+        !std::all_of(color.begin() + 1, color.end(),
+                     [](unsigned char c) { return std::isxdigit(c) != 0; })) {
+      return;
+    }
+    std::string full = "#";
+    for (std::size_t i = 1; i < color.size(); ++i) {
+      full.append(2, color[i]);
+    }
+    layer["sc"] = full;
+    changed = true;
+  });
+  return changed;
+}
+
 bool unclipHugePrecompositions(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
@@ -543,6 +563,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= skewAsNestedGroups(document);
   changed |= unclipHugePrecompositions(document);
   changed |= oneNumberArraysAsNumbers(document);
+  changed |= shortSolidColorsInFull(document);
   changed |= dimensionBeforeTransform(document);
   changed |= typeFirst(document);
   if (forRefusal) {

@@ -48,6 +48,8 @@ namespace frameloom::renderer {
 // - rlottie draws nothing of a document in which a property of one number, such as an opacity,
 //   holds a fixed value written as an array of one number ("k": [50]), which lottie-web reads as
 //   the number: oneNumberArraysAsNumbers() unwraps them in layer transforms, masks and shapes.
+// - rlottie reads a solid layer's colour "sc" only in six hexadecimal digits and draws "#f80" as
+//   white: shortSolidColorsInFull() writes three digits as six ("#ff8800").
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
@@ -67,6 +69,7 @@ bool keyframedStaticTimeRemap(nlohmann::ordered_json& document);
 bool stretchIntoKeyframes(nlohmann::ordered_json& document);
 bool unclipHugePrecompositions(nlohmann::ordered_json& document);
 bool oneNumberArraysAsNumbers(nlohmann::ordered_json& document);
+bool shortSolidColorsInFull(nlohmann::ordered_json& document);
 
 bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
 bool wholeCompositionSize(nlohmann::ordered_json& document);

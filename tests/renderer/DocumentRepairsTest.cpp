@@ -121,6 +121,15 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
        [](Json& d) { squareLayer(d)["ks"]["o"]["k"] = {100}; }, 0, 4, red},
       {"fill opacity written as an array of one number",
        [](Json& d) { squareLayer(d)["shapes"][1]["o"]["k"] = {100}; }, 0, 4, red},
+      {"solid colour in three digits",
+       [](Json& d) {
+         Json solid = testing::sampleLayer(1, {0, 30, 30});
+         solid["sc"] = "#f00";
+         solid["sw"] = 8;
+         solid["sh"] = 8;
+         squareLayer(d) = solid;
+       },
+       0, 4, red},
       {"last keyframe with an easing still moves",
        [&](Json& d) {
          Json position = Json::object();
