@@ -310,6 +310,38 @@ bool shortSolidColorsInFull(Json& document) {
   return changed;
 }
 
+bool roundCornersOnRectangles(Json& document) {
+  bool changed = false;
+  forEachValue(document, [&](Json& value) {
+    const auto items =
+        value.is_object() ? value.find(value.contains("it") ? "it" : "shapes") : value.end();
+    if (items == value.end() || !items->is_array()) {
+      return;
+    }
+    // Rectangles before a round-corner item, in the same list, are the ones it rounds.
+    std::vector<Json*> rectangles;
+    for (auto& item : *items) {
+      if (!item.is_object()) {
+        continue;
+      }
+      const std::string type = stringMember(item, "ty");
+      const Json* radius = propertyValue(item, "r");
+      if (type == "rc" &&
+          (!item.contains("r") || (radius && radius->is_number() && radius->get<double>() == 0))) {
+        rectangles.push_back(&item);
+      } else if (type == "rd" && radius && radius->is_number() && radius->get<double>() > 0 &&
+                 std::isfinite(radius->get<double>())) {
+        for (Json* rectangle : rectangles) {
+          (*rectangle)["r"] = Json{{"a", 0}, {"k", *radius}};
+        }
+        changed |= !rectangles.empty();
+        rectangles.clear();
+      }
+    }
+  });
+  return changed;
+}
+
 bool unclipHugePrecompositions(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
@@ -564,6 +596,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= unclipHugePrecompositions(document);
   changed |= oneNumberArraysAsNumbers(document);
   changed |= shortSolidColorsInFull(document);
+  changed |= roundCornersOnRectangles(document);
   changed |= dimensionBeforeTransform(document);
   changed |= typeFirst(document);
   if (forRefusal) {

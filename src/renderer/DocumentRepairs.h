@@ -50,6 +50,9 @@ namespace frameloom::renderer {
 //   the number: oneNumberArraysAsNumbers() unwraps them in layer transforms, masks and shapes.
 // - rlottie reads a solid layer's colour "sc" only in six hexadecimal digits and draws "#f80" as
 //   white: shortSolidColorsInFull() writes three digits as six ("#ff8800").
+// - rlottie rounds the corners of paths after a round-corners item "rd" but not those of a
+//   rectangle "rc": roundCornersOnRectangles() gives a sharp rectangle before a fixed "rd" in the
+//   same list the radius as its own roundness, which draws the same corners.
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
@@ -70,6 +73,7 @@ bool stretchIntoKeyframes(nlohmann::ordered_json& document);
 bool unclipHugePrecompositions(nlohmann::ordered_json& document);
 bool oneNumberArraysAsNumbers(nlohmann::ordered_json& document);
 bool shortSolidColorsInFull(nlohmann::ordered_json& document);
+bool roundCornersOnRectangles(nlohmann::ordered_json& document);
 
 bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
 bool wholeCompositionSize(nlohmann::ordered_json& document);

@@ -147,6 +147,25 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
   }
 }
 
+TEST(DocumentRepairsTest, RoundCornersRoundRectangles) {
+  Json document = redSquare();
+  squareLayer(document)["shapes"].insert(squareLayer(document)["shapes"].begin() + 1,
+                                         Json::parse(R"({"ty":"rd","r":{"a":0,"k":4}})"));
+  EXPECT_EQ(pixelAt(document, 0, 0, 0), none);
+  EXPECT_EQ(pixelAt(document, 0, 4, 4), red);
+
+  // A rectangle after the round-corners item, or with its own roundness, is left as it is.
+  Json after = redSquare();
+  squareLayer(after)["shapes"].insert(squareLayer(after)["shapes"].begin(),
+                                      Json::parse(R"({"ty":"rd","r":{"a":0,"k":4}})"));
+  EXPECT_FALSE(roundCornersOnRectangles(after));
+  Json rounded = redSquare();
+  squareLayer(rounded)["shapes"][0]["r"]["k"] = 1;
+  squareLayer(rounded)["shapes"].insert(squareLayer(rounded)["shapes"].begin() + 1,
+                                        Json::parse(R"({"ty":"rd","r":{"a":0,"k":4}})"));
+  EXPECT_FALSE(roundCornersOnRectangles(rounded));
+}
+
 // A 32 x 8 composition showing, through a precomposition layer, a red square that moves right by
 // `speed` pixels a frame from the left edge.
 Json movingSquareInPrecomposition(double speed) {
