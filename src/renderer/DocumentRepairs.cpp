@@ -342,6 +342,29 @@ bool roundCornersOnRectangles(Json& document) {
   return changed;
 }
 
+bool invertedFirstMaskAsSubtracting(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto masks = layer.find("masksProperties");
+    if (masks == layer.end() || !masks->is_array() || masks->empty() ||
+        !masks->front().is_object()) {
+      return;
+    }
+    Json& mask = masks->front();
+    const auto inverted = mask.find("inv");
+    const Json* opacity = propertyValue(mask, "o");
+    if (stringMember(mask, "mode") != "a" || inverted == mask.end() || *inverted != true ||
+        (mask.contains("o") &&
+         !(opacity && opacity->is_number() && opacity->get<double>() == 100))) {
+      return;
+    }
+    mask["mode"] = "s";
+    *inverted = false;
+    changed = true;
+  });
+  return changed;
+}
+
 bool unclipHugePrecompositions(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
@@ -597,6 +620,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= oneNumberArraysAsNumbers(document);
   changed |= shortSolidColorsInFull(document);
   changed |= roundCornersOnRectangles(document);
+  changed |= invertedFirstMaskAsSubtracting(document);
   changed |= dimensionBeforeTransform(document);
   changed |= typeFirst(document);
   if (forRefusal) {

@@ -53,6 +53,10 @@ namespace frameloom::renderer {
 // - rlottie rounds the corners of paths after a round-corners item "rd" but not those of a
 //   rectangle "rc": roundCornersOnRectangles() gives a sharp rectangle before a fixed "rd" in the
 //   same list the radius as its own roundness, which draws the same corners.
+// - rlottie ignores "inv" on an adding mask and shows what the mask covers instead of what it
+//   leaves out; as a layer's first mask, an inverted adding mask at full opacity means the layer
+//   less the mask's area, which is what rlottie draws for a subtracting first mask:
+//   invertedFirstMaskAsSubtracting() makes it one.
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
@@ -74,6 +78,7 @@ bool unclipHugePrecompositions(nlohmann::ordered_json& document);
 bool oneNumberArraysAsNumbers(nlohmann::ordered_json& document);
 bool shortSolidColorsInFull(nlohmann::ordered_json& document);
 bool roundCornersOnRectangles(nlohmann::ordered_json& document);
+bool invertedFirstMaskAsSubtracting(nlohmann::ordered_json& document);
 
 bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
 bool wholeCompositionSize(nlohmann::ordered_json& document);

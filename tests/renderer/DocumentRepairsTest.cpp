@@ -121,6 +121,12 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
        [](Json& d) { squareLayer(d)["ks"]["o"]["k"] = {100}; }, 0, 4, red},
       {"fill opacity written as an array of one number",
        [](Json& d) { squareLayer(d)["shapes"][1]["o"]["k"] = {100}; }, 0, 4, red},
+      {"inverted first mask hides what it covers",
+       [&](Json& d) {
+         coveringMask(d, "a");
+         squareLayer(d)["masksProperties"][0]["inv"] = true;
+       },
+       0, 4, none},
       {"solid colour in three digits",
        [](Json& d) {
          Json solid = testing::sampleLayer(1, {0, 30, 30});
