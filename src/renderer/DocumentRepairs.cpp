@@ -6,6 +6,7 @@
 #include "renderer/TextLayers.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -218,6 +219,147 @@ bool maskOpacityAsLayerOpacity(Json& document) {
     });
     (*transform)["o"] = std::move(folded);
     *maskOpacity = Json{{"a", 0}, {"k", 100}};
+    changed = true;
+  });
+  return changed;
+}
+
+namespace {
+
+// The members of an object that hold a property of one number: for a layer's transform, a mask,
+// or a shape item by its type.
+std::vector<const char*> oneNumberProperties(const std::string& type) {
+  if (type == "fl" || type == "gf") {
+    return {"o"};
+  }
+  if (type == "st" || type == "gs") {
+    return {"o", "w"};
+  }
+  if (type == "rc" || type == "rd") {
+    return {"r"};
+  }
+  if (type == "tm") {
+    return {"s", "e", "o"};
+  }
+  if (type == "sr") {
+    return {"pt", "r", "ir", "or", "is", "os"};
+  }
+  if (type == "rp") {
+    return {"c", "o"};
+  }
+  if (type == "tr") {
+    return {"o", "r", "sk", "sa", "so", "eo"};
+  }
+  return {};
+}
+
+bool unwrapOneNumberArrays(Json& owner, const std::vector<const char*>& keys) {
+  bool changed = false;
+  for (const char* key : keys) {
+    Json* value = propertyValue(owner, key);
+    if (value && value->is_array() && value->size() == 1 && value->front().is_number()) {
+      *value = Json(value->front());
+      changed = true;
+    }
+  }
+  return changed;
+}
+
+} // namespace
+
+bool oneNumberArraysAsNumbers(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    if (const auto transform = layer.find("ks"); transform != layer.end()) {
+      changed |= unwrapOneNumberArrays(*transform, {"o", "r", "rx", "ry", "rz", "sk", "sa"});
+    }
+    const auto masks = layer.find("masksProperties");
+    if (masks != layer.end() && masks->is_array()) {
+      for (auto& mask : *masks) {
+        changed |= unwrapOneNumberArrays(mask, {"o", "x"});
+      }
+    }
+    const auto shapes = layer.find("shapes");
+    if (shapes != layer.end()) {
+      forEachValue(*shapes, [&](Json& value) {
+        if (value.is_object()) {
+          changed |= unwrapOneNumberArrays(value, oneNumberProperties(stringMember(value, "ty")));
+        }
+      });
+    }
+  });
+  return changed;
+}
+
+bool shortSolidColorsInFull(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const std::string color = stringMember(layer, "sc");
+    if (color.size() != 4 || color[0] != '#' ||
+        !std::all_of(color.begin() + 1, color.end(),
+                     [](unsigned char c) { return std::isxdigit(c) != 0; })) {
+      return;
+    }
+    std::string full = "#";
+    for (std::size_t i = 1; i < color.size(); ++i) {
+      full.append(2, color[i]);
+    }
+    layer["sc"] = full;
+    changed = true;
+  });
+  return changed;
+}
+
+bool roundCornersOnRectangles(Json& document) {
+  bool changed = false;
+  forEachValue(document, [&](Json& value) {
+    const auto items =
+        value.is_object() ? value.find(value.contains("it") ? "it" : "shapes") : value.end();
+    if (items == value.end() || !items->is_array()) {
+      return;
+    }
+    // Rectangles before a round-corner item, in the same list, are the ones it rounds.
+    std::vector<Json*> rectangles;
+    for (auto& item : *items) {
+      if (!item.is_object()) {
+        continue;
+      }
+      const std::string type = stringMember(item, "ty");
+      const Json* radius = propertyValue(item, "r");
+      if (type == "rc" &&
+          (!item.contains("r") || (radius && radius->is_number() && radius->get<double>() == 0))) {
+        rectangles.push_back(&item);
+      } else if (type == "rd" && radius && radius->is_number() && radius->get<double>() > 0 &&
+                 std::isfinite(radius->get<double>())) {
+        for (Json* rectangle : rectangles) {
+          (*rectangle)["r"] = Json{{"a", 0}, {"k", *radius}};
+        }
+        changed |= !rectangles.empty();
+        rectangles.clear();
+      }
+    }
+  });
+  return changed;
+}
+
+bool invertedFirstMaskAsSubtracting(Json& document) {
+  bool changed = false;
+  forEachLayer(document, [&](Json& layer) {
+    const auto masks = layer.find("masksProperties");
+    if (masks == layer.end() || !masks->is_array() || masks->empty() ||
+        !masks->front().is_object()) {
+      return;
+    }
+    Json& mask = masks->front();
+    const auto inverted = mask.find("inv");
+    const Json* opacity = propertyValue(mask, "o");
+    if (stringMember(mask, "mode") != "a" || inverted == mask.end() || *inverted != true ||
+        (mask.contains("o") &&
+         !(opacity && opacity->is_number() && opacity->get<double>() == 100))) {
+      return;
+    }
+    mask["mode"] = "s";
+    *inverted = false;
     changed = true;
   });
   return changed;
@@ -476,6 +618,10 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= wholePolystarPoints(document);
   changed |= skewAsNestedGroups(document);
   changed |= unclipHugePrecompositions(document);
+  changed |= oneNumberArraysAsNumbers(document);
+  changed |= shortSolidColorsInFull(document);
+  changed |= roundCornersOnRectangles(document);
+  changed |= invertedFirstMaskAsSubtracting(document);
   changed |= dimensionBeforeTransform(document);
   changed |= typeFirst(document);
   if (forRefusal) {

@@ -41,10 +41,22 @@ namespace frameloom::renderer {
 // - rlottie turns stars and polygons by twice their rotation and draws fractions of their point
 //   count: polystarRotationOnce() and wholePolystarPoints() (PolystarRepairs.h).
 // - rlottie ignores the skew of a group's transform: skewAsNestedGroups() (SkewRepairs.h).
-// - rlottie draws nothing of a shape or solid layer under a track matte unless it covers the
-//   frame: mattedShapesAsPrecompositions() (MatteRepairs.h).
+// - rlottie draws nothing of a shape, solid or picture layer under a track matte unless it
+//   covers the frame: mattedShapesAsPrecompositions() (MatteRepairs.h).
 // - rlottie clips a precomposition layer of an unbounded size (99999, written by exporters) to
 //   nothing, where it means no clip: unclipHugePrecompositions() drops sizes beyond 16384.
+// - rlottie draws nothing of a document in which a property of one number, such as an opacity,
+//   holds a fixed value written as an array of one number ("k": [50]), which lottie-web reads as
+//   the number: oneNumberArraysAsNumbers() unwraps them in layer transforms, masks and shapes.
+// - rlottie reads a solid layer's colour "sc" only in six hexadecimal digits and draws "#f80" as
+//   white: shortSolidColorsInFull() writes three digits as six ("#ff8800").
+// - rlottie rounds the corners of paths after a round-corners item "rd" but not those of a
+//   rectangle "rc": roundCornersOnRectangles() gives a sharp rectangle before a fixed "rd" in the
+//   same list the radius as its own roundness, which draws the same corners.
+// - rlottie ignores "inv" on an adding mask and shows what the mask covers instead of what it
+//   leaves out; as a layer's first mask, an inverted adding mask at full opacity means the layer
+//   less the mask's area, which is what rlottie draws for a subtracting first mask:
+//   invertedFirstMaskAsSubtracting() makes it one.
 //
 // Refusals, repaired only when rlottie loads nothing or nothing drawable, because a rewrite that
 // is harmless in theory can still change how rlottie reads another document:
@@ -63,6 +75,10 @@ bool dimensionBeforeTransform(nlohmann::ordered_json& document);
 bool keyframedStaticTimeRemap(nlohmann::ordered_json& document);
 bool stretchIntoKeyframes(nlohmann::ordered_json& document);
 bool unclipHugePrecompositions(nlohmann::ordered_json& document);
+bool oneNumberArraysAsNumbers(nlohmann::ordered_json& document);
+bool shortSolidColorsInFull(nlohmann::ordered_json& document);
+bool roundCornersOnRectangles(nlohmann::ordered_json& document);
+bool invertedFirstMaskAsSubtracting(nlohmann::ordered_json& document);
 
 bool wholeFloatsAsIntegers(nlohmann::ordered_json& document);
 bool wholeCompositionSize(nlohmann::ordered_json& document);

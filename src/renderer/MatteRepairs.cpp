@@ -12,14 +12,15 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The layer types rlottie fails to matte: solids and shapes (text has become shapes by now).
+// The layer types rlottie fails to matte: solids, pictures and shapes (text has become shapes by
+// now).
 bool isMattedShape(const Json& layer) {
   const auto matte = layer.find("tt");
   const auto type = layer.find("ty");
   const auto hidden = layer.find("hd");
   return matte != layer.end() && matte->is_number() && matte->get<double>() != 0 &&
          type != layer.end() && type->is_number() &&
-         (type->get<double>() == 1 || type->get<double>() == 4) &&
+         (type->get<double>() == 1 || type->get<double>() == 2 || type->get<double>() == 4) &&
          (hidden == layer.end() || *hidden != true);
 }
 

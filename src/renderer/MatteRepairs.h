@@ -4,8 +4,8 @@
 
 namespace frameloom::renderer {
 
-// rlottie draws nothing of a shape or solid layer under a track matte ("tt") unless the layer
-// covers the whole frame, while it mattes a precomposition layer correctly.
+// rlottie draws nothing of a shape, solid or picture layer under a track matte ("tt") unless the
+// layer covers the whole frame, while it mattes a precomposition layer correctly.
 // mattedShapesAsPrecompositions() moves each such layer into a precomposition of its own: a new
 // asset holding the layer without its matte and parent, shown by a precomposition layer with the
 // same index, times, matte (used and given) and parent, an identity transform and no clipping, so

@@ -117,6 +117,25 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
        [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 2, 4, none},
       {"in point just above a frame: shown on the next",
        [](Json& d) { squareLayer(d)["ip"] = 2.2; }, 3, 4, red},
+      {"layer opacity written as an array of one number",
+       [](Json& d) { squareLayer(d)["ks"]["o"]["k"] = {100}; }, 0, 4, red},
+      {"fill opacity written as an array of one number",
+       [](Json& d) { squareLayer(d)["shapes"][1]["o"]["k"] = {100}; }, 0, 4, red},
+      {"inverted first mask hides what it covers",
+       [&](Json& d) {
+         coveringMask(d, "a");
+         squareLayer(d)["masksProperties"][0]["inv"] = true;
+       },
+       0, 4, none},
+      {"solid colour in three digits",
+       [](Json& d) {
+         Json solid = testing::sampleLayer(1, {0, 30, 30});
+         solid["sc"] = "#f00";
+         solid["sw"] = 8;
+         solid["sh"] = 8;
+         squareLayer(d) = solid;
+       },
+       0, 4, red},
       {"last keyframe with an easing still moves",
        [&](Json& d) {
          Json position = Json::object();
@@ -132,6 +151,25 @@ TEST(DocumentRepairsTest, DocumentsRlottieRefusesOrMisreadsAreDrawnAsMeant) {
     c.edit(document);
     EXPECT_EQ(pixelAt(document, c.frame, c.x, 4), c.expected) << c.name;
   }
+}
+
+TEST(DocumentRepairsTest, RoundCornersRoundRectangles) {
+  Json document = redSquare();
+  squareLayer(document)["shapes"].insert(squareLayer(document)["shapes"].begin() + 1,
+                                         Json::parse(R"({"ty":"rd","r":{"a":0,"k":4}})"));
+  EXPECT_EQ(pixelAt(document, 0, 0, 0), none);
+  EXPECT_EQ(pixelAt(document, 0, 4, 4), red);
+
+  // A rectangle after the round-corners item, or with its own roundness, is left as it is.
+  Json after = redSquare();
+  squareLayer(after)["shapes"].insert(squareLayer(after)["shapes"].begin(),
+                                      Json::parse(R"({"ty":"rd","r":{"a":0,"k":4}})"));
+  EXPECT_FALSE(roundCornersOnRectangles(after));
+  Json rounded = redSquare();
+  squareLayer(rounded)["shapes"][0]["r"]["k"] = 1;
+  squareLayer(rounded)["shapes"].insert(squareLayer(rounded)["shapes"].begin() + 1,
+                                        Json::parse(R"({"ty":"rd","r":{"a":0,"k":4}})"));
+  EXPECT_FALSE(roundCornersOnRectangles(rounded));
 }
 
 // A 32 x 8 composition showing, through a precomposition layer, a red square that moves right by

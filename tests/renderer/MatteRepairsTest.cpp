@@ -54,6 +54,26 @@ TEST(MatteRepairsTest, MattedShapesShowWhereTheirMatteSays) {
   EXPECT_EQ(row(parented, {2, 10, 14}), (std::vector<bool>{false, true, false}));
 }
 
+TEST(MatteRepairsTest, MattedPicturesShowWhereTheirMatteSays) {
+  // A one-pixel red picture scaled up to the 8 x 8 square that the matte halves.
+  Json document = mattedSquare(1);
+  Json picture = testing::sampleLayer(2, {0, 30, 30});
+  picture["refId"] = "red";
+  picture["ks"]["s"]["k"] = {800, 800};
+  picture["tt"] = 1;
+  document["layers"][1] = picture;
+  document["assets"].push_back(
+      {{"id", "red"},
+       {"w", 1},
+       {"h", 1},
+       {"u", ""},
+       {"p", "data:image/"
+             "png;base64,iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR4nGP4z8DwHwAFAAH/"
+             "iZk9HQAAAABJRU5ErkJggg=="},
+       {"e", 1}});
+  EXPECT_EQ(row(document, {2, 6, 12}), (std::vector<bool>{true, false, false}));
+}
+
 TEST(MatteRepairsTest, OnlyMattedShapesThatNoLayerFollowsMove) {
   Json plain = Json::parse(testing::sampleLottie(16, 8, {{0, 0, 8, 8, {{0, {1, 0, 0}}}}}));
   EXPECT_FALSE(mattedShapesAsPrecompositions(plain));
