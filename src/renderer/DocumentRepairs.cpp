@@ -1,5 +1,6 @@
 #include "renderer/DocumentRepairs.h"
 
+#include "renderer/GradientRepairs.h"
 #include "renderer/MatteRepairs.h"
 #include "renderer/PolystarRepairs.h"
 #include "renderer/SkewRepairs.h"
@@ -622,6 +623,7 @@ bool repairDocument(Json& document, bool forRefusal) {
   changed |= shortSolidColorsInFull(document);
   changed |= roundCornersOnRectangles(document);
   changed |= invertedFirstMaskAsSubtracting(document);
+  changed |= opacityStopsResampled(document);
   changed |= dimensionBeforeTransform(document);
   changed |= typeFirst(document);
   if (forRefusal) {

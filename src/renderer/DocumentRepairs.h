@@ -41,6 +41,8 @@ namespace frameloom::renderer {
 // - rlottie turns stars and polygons by twice their rotation and draws fractions of their point
 //   count: polystarRotationOnce() and wholePolystarPoints() (PolystarRepairs.h).
 // - rlottie ignores the skew of a group's transform: skewAsNestedGroups() (SkewRepairs.h).
+// - rlottie blends a gradient's colour and opacity stops premultiplied, so a colour fading out
+//   keeps its opaque neighbour's colour: opacityStopsResampled() (GradientRepairs.h).
 // - rlottie draws nothing of a shape, solid or picture layer under a track matte unless it
 //   covers the frame: mattedShapesAsPrecompositions() (MatteRepairs.h).
 // - rlottie clips a precomposition layer of an unbounded size (99999, written by exporters) to
