@@ -54,26 +54,27 @@ struct Encoder {
   std::function<std::vector<std::uint8_t>()> finish;
 };
 
+// An encoder for a writer that takes each frame with its delay, in ticks of `ticksPerSecond`.
+template <class Writer>
+Encoder delayEncoder(const char* name, std::shared_ptr<Writer> writer, double ticksPerSecond,
+                     double fps) {
+  return {name,
+          [writer, ticksPerSecond, fps](const platform::Image& frame, std::size_t index) {
+            writer->addFrame(frame, roundedTime(index + 1, ticksPerSecond, fps) -
+                                        roundedTime(index, ticksPerSecond, fps));
+          },
+          [writer] { return writer->finish(); }};
+}
+
 Encoder encoderFor(PictureFormat format, std::size_t width, std::size_t height, int loop,
                    double fps, std::size_t frameCount) {
-  const auto delay = [fps](std::size_t index, double ticksPerSecond) {
-    return roundedTime(index + 1, ticksPerSecond, fps) - roundedTime(index, ticksPerSecond, fps);
-  };
   if (format == PictureFormat::gif) {
-    auto gif = std::make_shared<platform::GifWriter>(width, height, loop);
-    return {"gif",
-            [gif, delay](const platform::Image& frame, std::size_t index) {
-              gif->addFrame(frame, delay(index, 100));
-            },
-            [gif] { return gif->finish(); }};
+    return delayEncoder("gif", std::make_shared<platform::GifWriter>(width, height, loop), 100,
+                        fps);
   }
   if (format == PictureFormat::apng) {
-    auto apng = std::make_shared<platform::AnimatedPngWriter>(width, height, loop);
-    return {"apng",
-            [apng, delay](const platform::Image& frame, std::size_t index) {
-              apng->addFrame(frame, delay(index, 1000));
-            },
-            [apng] { return apng->finish(); }};
+    return delayEncoder("apng", std::make_shared<platform::AnimatedPngWriter>(width, height, loop),
+                        1000, fps);
   }
   auto webp = std::make_shared<platform::AnimatedWebpWriter>(
       width, height, platform::AnimatedWebpWriter::Options{loop});
