@@ -83,19 +83,14 @@ std::optional<double> firstNumber(const Json& value) {
   return std::nullopt;
 }
 
-void forEachLayer(Json& document, const std::function<void(Json&)>& visit) {
+void forEachLayerList(Json& document, const std::function<void(Json&)>& visit) {
   if (!document.is_object()) {
     return;
   }
   const auto visitLayers = [&](Json& owner) {
     const auto layers = owner.find("layers");
-    if (layers == owner.end() || !layers->is_array()) {
-      return;
-    }
-    for (auto& layer : *layers) {
-      if (layer.is_object()) {
-        visit(layer);
-      }
+    if (layers != owner.end() && layers->is_array()) {
+      visit(*layers);
     }
   };
   visitLayers(document);
@@ -107,6 +102,21 @@ void forEachLayer(Json& document, const std::function<void(Json&)>& visit) {
       }
     }
   }
+}
+
+void forEachLayer(Json& document, const std::function<void(Json&)>& visit) {
+  forEachLayerList(document, [&](Json& layers) {
+    for (auto& layer : layers) {
+      if (layer.is_object()) {
+        visit(layer);
+      }
+    }
+  });
+}
+
+Json* masksOf(Json& layer) {
+  const auto masks = layer.find("masksProperties");
+  return masks != layer.end() && masks->is_array() ? &*masks : nullptr;
 }
 
 bool dropLastKeyframeEasing(Json& document) {
@@ -127,8 +137,8 @@ bool dropLastKeyframeEasing(Json& document) {
 bool dropInertMasks(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
-    const auto masks = layer.find("masksProperties");
-    if (masks == layer.end() || !masks->is_array()) {
+    Json* masks = masksOf(layer);
+    if (!masks) {
       return;
     }
     const auto inert = [](const Json& mask) {
@@ -151,8 +161,8 @@ bool dropInertMasks(Json& document) {
 bool lightenAndDarkenMasksAsAdding(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
-    const auto masks = layer.find("masksProperties");
-    if (masks == layer.end() || !masks->is_array()) {
+    Json* masks = masksOf(layer);
+    if (!masks) {
       return;
     }
     for (auto& mask : *masks) {
@@ -184,10 +194,10 @@ bool wholeFrameLayerTimes(Json& document) {
 bool maskOpacityAsLayerOpacity(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
-    const auto masks = layer.find("masksProperties");
+    Json* masks = masksOf(layer);
     const auto transform = layer.find("ks");
-    if (masks == layer.end() || !masks->is_array() || masks->size() != 1 ||
-        !masks->front().is_object() || transform == layer.end() || !transform->is_object()) {
+    if (!masks || masks->size() != 1 || !masks->front().is_object() || transform == layer.end() ||
+        !transform->is_object()) {
       return;
     }
     Json& mask = masks->front();
@@ -274,8 +284,7 @@ bool oneNumberArraysAsNumbers(Json& document) {
     if (const auto transform = layer.find("ks"); transform != layer.end()) {
       changed |= unwrapOneNumberArrays(*transform, {"o", "r", "rx", "ry", "rz", "sk", "sa"});
     }
-    const auto masks = layer.find("masksProperties");
-    if (masks != layer.end() && masks->is_array()) {
+    if (Json* masks = masksOf(layer)) {
       for (auto& mask : *masks) {
         changed |= unwrapOneNumberArrays(mask, {"o", "x"});
       }
@@ -346,9 +355,8 @@ bool roundCornersOnRectangles(Json& document) {
 bool invertedFirstMaskAsSubtracting(Json& document) {
   bool changed = false;
   forEachLayer(document, [&](Json& layer) {
-    const auto masks = layer.find("masksProperties");
-    if (masks == layer.end() || !masks->is_array() || masks->empty() ||
-        !masks->front().is_object()) {
+    Json* masks = masksOf(layer);
+    if (!masks || masks->empty() || !masks->front().is_object()) {
       return;
     }
     Json& mask = masks->front();

@@ -108,9 +108,15 @@ nlohmann::ordered_json* propertyValue(nlohmann::ordered_json& owner, const char*
 // array when that is a number.
 std::optional<double> firstNumber(const nlohmann::ordered_json& value);
 
-// Calls `visit` on every layer: those of the document and those of its precomposition assets.
+// Calls `visit` on every list of layers, the document's and those of its precomposition assets,
+// and on every layer of them.
+void forEachLayerList(nlohmann::ordered_json& document,
+                      const std::function<void(nlohmann::ordered_json&)>& visit);
 void forEachLayer(nlohmann::ordered_json& document,
                   const std::function<void(nlohmann::ordered_json&)>& visit);
+
+// A layer's masks when it has a list of them, else null.
+nlohmann::ordered_json* masksOf(nlohmann::ordered_json& layer);
 
 // All the misreading repairs, then (when `forRefusal`) all the refusal repairs.
 bool repairDocument(nlohmann::ordered_json& document, bool forRefusal);

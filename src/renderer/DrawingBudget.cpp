@@ -81,8 +81,7 @@ public:
 private:
   std::uint64_t layer(Json& layer) {
     std::uint64_t count = 1;
-    const auto masks = layer.find("masksProperties");
-    if (masks != layer.end() && masks->is_array()) {
+    if (const Json* masks = masksOf(layer)) {
       count = sum(count, masks->size());
     }
     const auto shapes = layer.find("shapes");

@@ -63,30 +63,18 @@ bool mattedShapesAsPrecompositions(Json& document) {
       }
     }
   }
-  std::vector<Json*> lists;
-  if (const auto layers = document.find("layers"); layers != document.end() && layers->is_array()) {
-    lists.push_back(&*layers);
-  }
-  if (assets != document.end()) {
-    for (auto& asset : *assets) {
-      const auto layers = asset.is_object() ? asset.find("layers") : asset.end();
-      if (asset.is_object() && layers != asset.end() && layers->is_array()) {
-        lists.push_back(&*layers);
-      }
-    }
-  }
   // Added after the walk: the lists point into the assets array.
   std::vector<Json> added;
   std::size_t next = 0;
-  for (Json* layers : lists) {
+  forEachLayerList(document, [&](Json& layers) {
     std::set<double> parents;
-    for (const auto& layer : *layers) {
+    for (const auto& layer : layers) {
       if (const auto parent = layer.is_object() ? layer.find("parent") : layer.end();
           layer.is_object() && parent != layer.end() && parent->is_number()) {
         parents.insert(parent->get<double>());
       }
     }
-    for (auto& layer : *layers) {
+    for (auto& layer : layers) {
       if (!layer.is_object() || !isMattedShape(layer)) {
         continue;
       }
@@ -106,7 +94,7 @@ bool mattedShapesAsPrecompositions(Json& document) {
       added.push_back(Json{{"id", id}, {"layers", Json::array({std::move(layer)})}});
       layer = std::move(standIn);
     }
-  }
+  });
   if (added.empty()) {
     return false;
   }
